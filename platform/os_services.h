@@ -1,0 +1,41 @@
+// Operating-system services the module needs, behind one interface with a POSIX
+// and a Windows implementation: a high-resolution timer, a critical section,
+// the usable size of a heap block, and the last steps of a fatal failure.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace platform {
+
+int64_t TimerFrequency();  // ticks per second
+int64_t TimerTicks();
+
+class CriticalSection {
+public:
+    CriticalSection();
+    ~CriticalSection();
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+    void Enter();
+    void Leave();
+
+private:
+    alignas(16) unsigned char storage_[64];
+};
+
+// Bytes usable in a block returned by malloc (malloc_usable_size / _msize).
+size_t UsableBlockSize(void* block);
+
+// Registers the calling thread as one the fatal-failure stop may suspend.
+void RegisterWorkerThread();
+// Suspends every registered thread except the caller (best effort).
+void SuspendOtherThreads();
+// Shows a fatal message to the user (standard error; a message box on Windows).
+void ShowFatalMessage(const char* message);
+// Ends the process at once with the fatal-failure exit code.
+[[noreturn]] void EndProcess();
+
+constexpr int kFatalExitCode = 70;
+
+}  // namespace platform

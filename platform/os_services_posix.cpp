@@ -1,0 +1,63 @@
+// POSIX side of the operating-system services.
+#include "os_services.h"
+
+#include <malloc.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <vector>
+
+namespace platform {
+
+static_assert(sizeof(std::recursive_mutex) <= 64, "critical section storage too small");
+
+int64_t TimerFrequency() { return 1000000000; }
+
+int64_t TimerTicks() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// A critical section is re-entrant on Windows; a recursive mutex keeps that.
+CriticalSection::CriticalSection() { new (storage_) std::recursive_mutex(); }
+CriticalSection::~CriticalSection() { reinterpret_cast<std::recursive_mutex*>(storage_)->~recursive_mutex(); }
+void CriticalSection::Enter() { reinterpret_cast<std::recursive_mutex*>(storage_)->lock(); }
+void CriticalSection::Leave() { reinterpret_cast<std::recursive_mutex*>(storage_)->unlock(); }
+
+size_t UsableBlockSize(void* block) { return block ? malloc_usable_size(block) : 0; }
+
+namespace {
+std::mutex threadsMutex;
+std::vector<pthread_t>& Threads() {
+    static std::vector<pthread_t> threads;
+    return threads;
+}
+}  // namespace
+
+void RegisterWorkerThread() {
+    std::lock_guard lock(threadsMutex);
+    Threads().push_back(pthread_self());
+}
+
+// POSIX has no thread suspension; the process ends right after this, so the
+// other threads are simply left to be torn down with it.
+void SuspendOtherThreads() {}
+
+void ShowFatalMessage(const char* message) {
+    std::fprintf(stderr, "%s\n", message);
+    std::fflush(stderr);
+}
+
+void EndProcess() {
+    std::fflush(stdout);
+    _exit(kFatalExitCode);
+}
+
+}  // namespace platform

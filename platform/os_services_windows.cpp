@@ -1,0 +1,73 @@
+// Windows side of the operating-system services.
+#include "os_services.h"
+
+#include <windows.h>
+#include <malloc.h>
+#include <tlhelp32.h>
+
+#include <cstdio>
+#include <mutex>
+#include <new>
+#include <vector>
+
+namespace platform {
+
+static_assert(sizeof(CRITICAL_SECTION) <= 64, "critical section storage too small");
+
+int64_t TimerFrequency() {
+    LARGE_INTEGER f;
+    QueryPerformanceFrequency(&f);
+    return f.QuadPart;
+}
+
+int64_t TimerTicks() {
+    LARGE_INTEGER t;
+    QueryPerformanceCounter(&t);
+    return t.QuadPart;
+}
+
+CriticalSection::CriticalSection() { InitializeCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
+CriticalSection::~CriticalSection() { DeleteCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
+void CriticalSection::Enter() { EnterCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
+void CriticalSection::Leave() { LeaveCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
+
+size_t UsableBlockSize(void* block) { return block ? _msize(block) : 0; }
+
+namespace {
+std::mutex threadsMutex;
+std::vector<DWORD>& Threads() {
+    static std::vector<DWORD> threads;
+    return threads;
+}
+}  // namespace
+
+void RegisterWorkerThread() {
+    std::lock_guard lock(threadsMutex);
+    Threads().push_back(GetCurrentThreadId());
+}
+
+void SuspendOtherThreads() {
+    const DWORD self = GetCurrentThreadId();
+    std::lock_guard lock(threadsMutex);
+    for (DWORD id : Threads()) {
+        if (id == self) continue;
+        if (HANDLE thread = OpenThread(THREAD_SUSPEND_RESUME, FALSE, id)) {
+            SuspendThread(thread);
+            CloseHandle(thread);
+        }
+    }
+}
+
+void ShowFatalMessage(const char* message) {
+    std::fprintf(stderr, "%s\n", message);
+    std::fflush(stderr);
+    // A message box would block unattended runs; only interactive sessions get one.
+    if (GetConsoleWindow() == nullptr) MessageBoxA(nullptr, message, "Fatal failure", MB_OK | MB_ICONERROR);
+}
+
+void EndProcess() {
+    std::fflush(stdout);
+    ExitProcess(kFatalExitCode);
+}
+
+}  // namespace platform

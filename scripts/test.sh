@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the release preset and runs the whole test
+# suite. With ZR_SANITIZE=1 (set by CI) the suite also runs under the address and
+# undefined-behaviour sanitizers.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/setup.sh
+
+run_preset() {
+    local preset=$1
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset"
+    ctest --preset "$preset"
+}
+
+run_preset release
+if [ "${ZR_SANITIZE:-0}" = "1" ]; then
+    run_preset asan
+fi
