@@ -1,0 +1,98 @@
+// The fixed benchmark workloads every performance figure of the module is taken
+// on: the phantom volume V1, the oblique section plane P1 and the grey table.
+// They are built exactly the same way in every benchmark so that figures from
+// different kernels and different days can be set side by side.
+//
+// V1 is 200 MiB; its voxels are generated once and cached as a raw file in the
+// build tree (ZR_BENCH_DATA_DIR), then read back by later runs.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <glm/glm.hpp>
+
+#include "host/image_builder.h"
+#include "host/volume_builder.h"
+#include "host/zr_image.h"
+#include "host/zr_object.h"
+#include "host/zr_visual.h"
+#include "volume/kernels/matrix_record.h"
+#include "volume/slice_plane.h"
+
+namespace zrbench {
+
+// ---- Volume V1: 512 x 512 x 400 unsigned 16-bit voxels, x fastest ----
+
+inline constexpr glm::ivec3 kVolumeV1Dims{512, 512, 400};
+inline constexpr glm::dvec3 kVolumeV1Spacing{0.4, 0.4, 0.5};
+
+// The value of voxel (i, j, k) of V1: air, a soft-tissue ellipsoid with a bone
+// shell, two dense spheres and one softer sphere, plus a small periodic texture.
+uint16_t VolumeV1Voxel(int i, int j, int k);
+
+// All voxels of V1, x fastest. Read from the cache file when it exists with the
+// right size, otherwise generated and written to it (through a temporary file,
+// so an interrupted run never leaves a truncated cache behind). Throws
+// std::runtime_error naming the file when it can be neither read nor written.
+std::vector<uint16_t> LoadVolumeV1Voxels();
+
+// The cache file's path.
+std::string VolumeV1CachePath();
+
+// Placement of V1: voxel (0, 0, 0) centred at the world origin, axes along
+// world x, y, z, margins as the reference host always builds them.
+zrobjects::VolumeGeometry VolumeV1Geometry();
+
+// V1's centre in world space, (102.2, 102.2, 99.75) mm.
+glm::dvec3 VolumeV1Centre();
+
+// The V1 volume object, built once per process and shared by every benchmark
+// (it is only read).
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1();
+
+// ---- Plane P1: oblique section through V1's centre ----
+
+inline constexpr glm::ivec2 kPlaneP1Size{512, 512};
+inline constexpr double kPlaneP1PixelSpacing = 0.45;  // mm between pixel centres
+
+// R = Ry(20 deg) * Rx(30 deg). Its columns are the image x axis, the image y
+// axis (rows, downwards) and the view direction.
+glm::dmat3 PlaneP1Rotation();
+
+// The sectional view of P1 (centre, view direction, up = -image y axis).
+zrobjects::SectionView PlaneP1View();
+
+// An image object with P1's camera and the buffers a sectional render uses:
+// colour buffers (usage 1) 0, 1 and 2 and the 16-bit value buffer (usage 3) 0.
+std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image();
+
+// ---- Slice geometry as the sectional volume renderer derives it ----
+
+struct SliceGeometry {
+    zrvolume::SlicePlane plane;         // corners in world space, size, screen-to-world
+    zrvolume::Matrix16 planeToVoxel;    // world (the corners' space) to voxel coordinates
+    zrvolume::Matrix16 voxelToWorld;    // voxel coordinates to world
+};
+
+// The plane of the image's camera and the transforms of `volume` placed in the
+// scene with `entryWorld` (object reference space to world). Throws
+// std::invalid_argument when the image has no camera.
+SliceGeometry MakeSliceGeometry(zrobjects::ZrIObject& image, const zrobjects::ZrVObjectVolume& volume,
+                                const glm::mat4& entryWorld = glm::mat4(1.0f));
+
+// ---- Table: 4096 grey entries, one row ----
+
+inline constexpr int kBenchTableLength = 4096;
+
+// Entry t = (g, g, g, a), g = min(1, t / 300), a = min(1, t / 100), each
+// channel x 255 truncated.
+std::vector<uint32_t> BenchTableEntries();
+
+// A table object holding BenchTableEntries() as its one row under
+// "_TableMap_OTF" (rows padded as the reference host pads them).
+std::shared_ptr<zrobjects::ZrObject> BenchTable();
+
+}  // namespace zrbench
