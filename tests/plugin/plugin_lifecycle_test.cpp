@@ -1,0 +1,111 @@
+// The built plug-in loaded with dlopen, driven through its exports by name.
+#include <gtest/gtest.h>
+
+#include <any>
+#include <string>
+#include <vector>
+
+#include "host/host_services.h"
+#include "host/image_builder.h"
+#include "host/plugin_loader.h"
+
+using namespace zrobjects;
+
+namespace {
+
+PluginModule& Plugin() {
+    static PluginModule plugin(ZR_PLUGIN_PATH);
+    return plugin;
+}
+
+ModuleRequest RequestFor(const std::string& sourceType, ZrIObject& image) {
+    ModuleRequest request;
+    request.params["_ZrIObject*_RenderOut"] = &image;
+    request.params["_string_RenderingSourceType"] = sourceType;
+    return request;
+}
+
+void NotCalled(void*) {}
+
+}  // namespace
+
+TEST(PluginExports, EveryEntryPointResolvesByNameAndNothingElseIsVisible) {
+    PluginModule& plugin = Plugin();
+    EXPECT_NE(plugin.FindSymbol("DoModule"), nullptr);
+    EXPECT_EQ(plugin.FindSymbol("_ZN8zrmodule14ModuleProgressEv"), nullptr);
+    EXPECT_EQ(plugin.FindSymbol("_ZN8zrmodule15DispatchRequestERN9zrobjects13ModuleRequestE"), nullptr);
+    EXPECT_TRUE(plugin.checkModuleParameters());
+}
+
+TEST(PluginExports, MissingLibrariesAreReportedByName) {
+    try {
+        PluginModule missing("/nonexistent/zerpha_inbuilt_renderercpu.so");
+        FAIL();
+    } catch (const PluginLoadError& e) {
+        EXPECT_NE(std::string(e.what()).find("/nonexistent/zerpha_inbuilt_renderercpu.so"), std::string::npos);
+    }
+}
+
+TEST(PluginLifecycle, InitLogsTheCoreVersion) {
+    TakeLogLines();
+    EXPECT_TRUE(Plugin().initModule());
+    const auto lines = TakeLogLines();
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0], "Plugin: CPU Renderer using Core v(1.21)");
+    Plugin().deInitModule();
+}
+
+TEST(PluginLifecycle, ProgressFollowsTheRequestOutcome) {
+    PluginModule& plugin = Plugin();
+    plugin.initModule();
+    auto image = MakeSectionImage({});
+
+    auto unknown = RequestFor("SOMETHING_ELSE", *image);
+    EXPECT_TRUE(plugin.doModule(&unknown));
+    EXPECT_EQ(plugin.getProgress(), 100.0);
+
+    auto unsupported = RequestFor("VOLUME", *image);
+    testing::internal::CaptureStdout();
+    EXPECT_FALSE(plugin.doModule(&unsupported));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "NOT YET CPU RENDERING");
+    EXPECT_EQ(plugin.getProgress(), 0.0);
+
+    auto mistyped = RequestFor("", *image);
+    mistyped.params["_string_RenderingSourceType"] = 5;
+    EXPECT_THROW(plugin.doModule(&mistyped), std::bad_any_cast);
+    plugin.deInitModule();
+    plugin.deInitModule();  // safe with no smoothing kernel held
+}
+
+TEST(PluginQueries, SpecificationAppendsWindowsAtTheEnd) {
+    std::vector<std::string> specification{"A", "B"};
+    Plugin().getModuleSpecification(&specification);
+    EXPECT_EQ(specification, (std::vector<std::string>{"A", "B", "WINDOWS"}));
+}
+
+TEST(PluginQueries, InteropHandsOutADelegateOnlyIntoANonNullSlot) {
+    PluginModule& plugin = Plugin();
+    ModuleRequest absent;
+    plugin.interopCustomWork(&absent);
+    EXPECT_TRUE(absent.params.empty());
+
+    ModuleRequest nullSlot;
+    nullSlot.params["_outptr_delegate_EndBgThread"] = static_cast<Delegate*>(nullptr);
+    plugin.interopCustomWork(&nullSlot);
+    EXPECT_EQ(std::any_cast<Delegate*>(nullSlot.params["_outptr_delegate_EndBgThread"]), nullptr);
+
+    Delegate slot = &NotCalled;
+    ModuleRequest withSlot;
+    withSlot.params["_outptr_delegate_EndBgThread"] = &slot;
+    plugin.interopCustomWork(&withSlot);
+    ASSERT_NE(slot, nullptr);
+    EXPECT_NE(slot, &NotCalled);
+    slot(nullptr);  // the delegate does nothing, whatever it is given
+    int data = 3;
+    slot(&data);
+    EXPECT_EQ(data, 3);
+
+    ModuleRequest wrongType;
+    wrongType.params["_outptr_delegate_EndBgThread"] = &data;
+    EXPECT_THROW(plugin.interopCustomWork(&wrongType), std::bad_any_cast);
+}
