@@ -85,6 +85,11 @@ MapTable MakeMapTable(const std::vector<std::vector<uint32_t>>& rows) {
         storage->rows.push_back(std::move(padded));
     }
     for (auto& row : storage->rows) storage->rowPointers.push_back(row.data());
+    // The mask-selected kernels index rows by an unchecked 8-bit label, so 256
+    // row pointers must be readable; the extra ones repeat the last row.
+    // array_lengths.y still counts the real rows.
+    while (storage->rowPointers.size() < kReadableRowCount)
+        storage->rowPointers.push_back(storage->rows.back().data());
 
     MapTable table;
     table.pp_data = storage->rowPointers.data();

@@ -2,6 +2,7 @@
 // and table objects that carry them as a MapTable under "_TableMap_OTF".
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -38,8 +39,13 @@ struct ControlPoint {
 std::vector<uint32_t> ControlPointTableEntries(const std::vector<ControlPoint>& points,
                                                int count = kFullTableLength);
 
+// Row pointers a MapTable always holds: every 8-bit label names a readable row.
+constexpr size_t kReadableRowCount = 256;
+
 // A MapTable holding `rows` (all of the same length L > 0). Each row is stored
-// with max(L + 1, 65536) entries, the tail repeating entry L - 1.
+// with max(L + 1, 65536) entries, the tail repeating entry L - 1; the row-pointer
+// array holds max(rows, kReadableRowCount) pointers, the extra ones naming the
+// last row.
 MapTable MakeMapTable(const std::vector<std::vector<uint32_t>>& rows);
 
 // A table object whose "_TableMap_OTF" parameter holds MakeMapTable(rows).

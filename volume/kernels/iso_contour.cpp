@@ -1,0 +1,217 @@
+#include "volume/kernels/iso_contour.h"
+
+#include <cmath>
+#include <cstddef>
+#include <cstdlib>
+
+#include "host/zr_camera.h"
+#include "volume/kernels/float_convert.h"
+#include "volume/kernels/voxel_sampling.h"
+#include "volume/kernels/voxel_type.h"
+
+namespace zrvolume {
+
+namespace {
+
+// Points reserved before the walk, so that typical contours never reallocate.
+constexpr size_t kReservedContourPoints = 30000;
+
+// Case index (bit 0: P00 below, bit 1: P10, bit 2: P01, bit 3: P11) to rule.
+constexpr int kCaseRule[16] = {0, 1, 2, 5, 3, 6, 8, 4, 4, 7, 6, 3, 5, 2, 1, 0};
+
+enum Edge { kEdgeA, kEdgeB, kEdgeC, kEdgeD };  // P00-P10, P00-P01, P10-P11, P01-P11
+
+// Segments per rule as edge pairs; rules 7 and 8 (the saddles) have two.
+// Saddles are resolved without a centre sample: the corners below the iso value
+// are always cut off separately.
+struct RuleSegments {
+    int count;
+    Edge ends[2][2];
+};
+constexpr RuleSegments kRuleSegments[9] = {
+    {0, {}},
+    {1, {{kEdgeA, kEdgeB}}},
+    {1, {{kEdgeA, kEdgeC}}},
+    {1, {{kEdgeB, kEdgeD}}},
+    {1, {{kEdgeC, kEdgeD}}},
+    {1, {{kEdgeB, kEdgeC}}},
+    {1, {{kEdgeA, kEdgeD}}},
+    {2, {{kEdgeA, kEdgeB}, {kEdgeC, kEdgeD}}},
+    {2, {{kEdgeA, kEdgeC}, {kEdgeB, kEdgeD}}},
+};
+
+inline float Length(const glm::vec3& d) { return std::sqrt(d.x * d.x + d.y * d.y + d.z * d.z); }
+
+// Where the iso value crosses the edge from a to b, interpolated by the integer
+// samples.
+inline glm::vec3 Crossing(const glm::vec3& pa, const glm::vec3& pb, int sa, int sb, int iso) {
+    const float t = static_cast<float>(sa - iso) / static_cast<float>(sa - sb);
+    return glm::vec3((1.0f - t) * pa.x + t * pb.x, (1.0f - t) * pa.y + t * pb.y, (1.0f - t) * pa.z + t * pb.z);
+}
+
+// The walk: marching squares over a one-voxel grid on the plane, appending two
+// points per segment in voxel coordinates.
+template <class T>
+void WalkContourCells(const VoxelGrid<T>& grid, const Matrix16& planeToVoxel, const SlicePlane& plane, int iso,
+                      std::vector<glm::vec3>& points) {
+    // Grid set-up, all in single precision, from the first, second and fourth
+    // corner.
+    const glm::vec3 origin = TransformPoint(planeToVoxel, plane.corners[0]);
+    const glm::vec3 rowEnd = TransformPoint(planeToVoxel, plane.corners[1]);
+    const glm::vec3 lastPixel = TransformPoint(planeToVoxel, plane.corners[3]);
+    const glm::vec3 across = rowEnd - origin;
+    const glm::vec3 down = lastPixel - rowEnd;
+    const float acrossLength = Length(across);
+    const float downLength = Length(down);
+    const glm::vec3 u(across.x / acrossLength, across.y / acrossLength, across.z / acrossLength);
+    const glm::vec3 v(down.x / downLength, down.y / downLength, down.z / downLength);
+    const int cellsAcross = TruncateToInt32(acrossLength);
+    const int cellsDown = TruncateToInt32(downLength);
+    if (cellsDown < 1) return;
+
+    // One voxel between grid points along each plane direction, whatever the
+    // voxel size.
+    const auto gridPoint = [&](int i, int j) {
+        return origin + static_cast<float>(i) * u + static_cast<float>(j) * v;
+    };
+    for (int j = 0; j < cellsDown; ++j) {
+        for (int i = 0; i < cellsAcross; ++i) {
+            const glm::vec3 p00 = gridPoint(i, j);
+            // Only the first corner is tested; the sampler's clamping (and the
+            // volume's margins) cover the other three.
+            if (!InsideGrid(p00, grid.dims)) continue;
+            const glm::vec3 p10 = gridPoint(i + 1, j);
+            const glm::vec3 p01 = gridPoint(i, j + 1);
+            const glm::vec3 p11 = gridPoint(i + 1, j + 1);
+            // Every cell samples its own corners; sharing them with the
+            // neighbours would be faster but the sample bits must stay as they are.
+            const int s00 = TruncateToInt32(SampleTrilinear(grid, p00));
+            const int s10 = TruncateToInt32(SampleTrilinear(grid, p10));
+            const int s01 = TruncateToInt32(SampleTrilinear(grid, p01));
+            const int s11 = TruncateToInt32(SampleTrilinear(grid, p11));
+            const int caseIndex = (s00 < iso ? 1 : 0) | (s10 < iso ? 2 : 0) | (s01 < iso ? 4 : 0) | (s11 < iso ? 8 : 0);
+            const RuleSegments& rule = kRuleSegments[kCaseRule[caseIndex]];
+            if (rule.count == 0) continue;
+            const auto edgePoint = [&](Edge edge) {
+                switch (edge) {
+                    case kEdgeA: return Crossing(p00, p10, s00, s10, iso);
+                    case kEdgeB: return Crossing(p00, p01, s00, s01, iso);
+                    case kEdgeC: return Crossing(p10, p11, s10, s11, iso);
+                    default: return Crossing(p01, p11, s01, s11, iso);
+                }
+            };
+            for (int k = 0; k < rule.count; ++k) {
+                points.push_back(edgePoint(rule.ends[k][0]));
+                points.push_back(edgePoint(rule.ends[k][1]));
+            }
+        }
+    }
+}
+
+// World-to-screen of the camera (three double factors multiplied out in double,
+// rounded to single precision) after voxel-to-world, as one single-precision
+// record.
+Matrix16 VoxelToScreen(const zrobjects::ZrCObject& camera, const Matrix16& voxelToWorld) {
+    glm::dmat4 view, projection, viewport;
+    camera.GetMatrixWStoSS(view, projection, viewport);
+    const glm::mat4 worldToScreen(zrobjects::ComposeApplied(view, projection, viewport));
+    return ToMatrixRecord(worldToScreen * FromMatrixRecord(voxelToWorld));
+}
+
+// Screen x and y after the perspective divide; no near-plane clipping and no
+// test of w.
+inline glm::vec2 ToScreen(const Matrix16& voxelToScreen, const glm::vec3& p) {
+    const float w = RecordRow(voxelToScreen, 3, p);
+    return glm::vec2(RecordRow(voxelToScreen, 0, p) / w, RecordRow(voxelToScreen, 1, p) / w);
+}
+
+inline int64_t RoundToPixel(float c) { return TruncateToInt32(c + 0.5f); }
+
+}  // namespace
+
+void DrawLineDDA(glm::vec2 p0, glm::vec2 p1, uint32_t colour, uint32_t* pixels, int width, int height) {
+    // 64-bit steps: ends far off screen (or not-a-number, which rounds to
+    // INT32_MIN) must not overflow the differences.
+    const int64_t ix0 = RoundToPixel(p0.x), iy0 = RoundToPixel(p0.y);
+    const int64_t ddx = RoundToPixel(p1.x) - ix0, ddy = RoundToPixel(p1.y) - iy0;
+    // The longer axis sets the number of steps; a tie takes ddy.
+    const int64_t n = std::llabs(ddx) > std::llabs(ddy) ? std::llabs(ddx) : std::llabs(ddy);
+    const auto plot = [&](int64_t x, int64_t y) {
+        if (x >= 0 && x < width && y >= 0 && y < height) pixels[y * width + x] = colour;
+    };
+    plot(ix0, iy0);
+    const float step = 1.0f / static_cast<float>(n);  // infinite for a one-pixel line, which takes no steps
+    float x = p0.x, y = p0.y;                          // the walk starts from the unrounded end
+    for (int64_t k = 0; k < n; ++k) {
+        x += static_cast<float>(ddx) * step;
+        y += static_cast<float>(ddy) * step;
+        plot(RoundToPixel(x), RoundToPixel(y));
+    }
+}
+
+template <class T>
+bool ExtractIsoContour(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
+                       const Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
+                       int frameBufferIndex, uint16_t isoValue, uint32_t colour, std::vector<double>* outList) {
+    // The iso value in the voxel type: 8-bit volumes keep its low 8 bits, signed
+    // types read it as signed. The narrowing is intended.
+    const int iso = static_cast<int>(static_cast<T>(isoValue));
+    const VoxelGrid<T> grid = MakeVoxelGrid<T>(*volume.GetVolumeData());
+
+    std::vector<glm::vec3> points;
+    points.reserve(kReservedContourPoints);
+    WalkContourCells(grid, planeToVoxel, plane, iso, points);
+    if (points.empty()) return true;
+
+    const zrobjects::ZrCObject* camera = image.GetCameraObject();
+    if (!camera) return true;  // nothing to project with
+    const Matrix16 voxelToScreen = VoxelToScreen(*camera, voxelToWorld);
+
+    uint32_t* pixels = nullptr;
+    if (!outList) {
+        // The plane's width is the row pitch; a buffer smaller than the plane
+        // cannot be drawn into safely.
+        const zrobjects::FrameBuffer* buffer =
+            image.GetFrameBuffer(zrenums::EzrFrameBufferUsage_RenderOut, frameBufferIndex);
+        if (!buffer || static_cast<long long>(plane.width) * plane.height >
+                           static_cast<long long>(buffer->width) * buffer->height)
+            return true;
+        pixels = static_cast<uint32_t*>(buffer->pixels);
+    } else {
+        outList->reserve(outList->size() + 2 * points.size());
+    }
+
+    for (size_t k = 0; k + 1 < points.size(); k += 2) {
+        const glm::vec2 a = ToScreen(voxelToScreen, points[k]);
+        const glm::vec2 b = ToScreen(voxelToScreen, points[k + 1]);
+        if (outList) {
+            outList->insert(outList->end(), {double(a.x), double(a.y), double(b.x), double(b.y)});
+        } else {
+            DrawLineDDA(a, b, colour, pixels, plane.width, plane.height);
+        }
+    }
+    return true;
+}
+
+bool DrawIsoContourLines(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
+                         const Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
+                         int frameBufferIndex, uint16_t isoValue, uint32_t colour, std::vector<double>* outList) {
+    // Unlike the slice families, an unsupported voxel type reports success here.
+    return VisitIntegerVoxelType(volume.GetVolumeData()->voxelType, true, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        return ExtractIsoContour<T>(volume, planeToVoxel, voxelToWorld, image, plane, frameBufferIndex, isoValue,
+                                    colour, outList);
+    });
+}
+
+#define ZR_INSTANTIATE_ISO_CONTOUR(T)                                                                    \
+    template bool ExtractIsoContour<T>(zrobjects::ZrVObjectVolume&, const Matrix16&, const Matrix16&,   \
+                                       zrobjects::ZrIObject&, const SlicePlane&, int, uint16_t, uint32_t, \
+                                       std::vector<double>*);
+ZR_INSTANTIATE_ISO_CONTOUR(char)
+ZR_INSTANTIATE_ISO_CONTOUR(unsigned char)
+ZR_INSTANTIATE_ISO_CONTOUR(short)
+ZR_INSTANTIATE_ISO_CONTOUR(unsigned short)
+#undef ZR_INSTANTIATE_ISO_CONTOUR
+
+}  // namespace zrvolume

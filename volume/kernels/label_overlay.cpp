@@ -1,0 +1,153 @@
+#include "volume/kernels/label_overlay.h"
+
+#include <cstddef>
+#include <cstdint>
+
+#include "volume/kernels/float_convert.h"
+#include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slice_walk.h"
+#include "volume/kernels/voxel_sampling.h"
+#include "volume/kernels/voxel_type.h"
+#include "volume/parallel_for.h"
+
+namespace zrvolume {
+
+namespace {
+
+constexpr float kKeptWeight = 0.8039216f;   // 205/255 of the existing pixel
+constexpr float kLabelWeight = 0.19607845f;  // 50/255 of the label colour
+
+template <class T>
+struct LabelOverlayContext {
+    VoxelGrid<T> grid;
+    glm::vec3 corners[4];
+    int width = 0;
+    int height = 0;
+    int pitch = 0;
+    uint32_t* colour = nullptr;
+    const uint32_t* row0 = nullptr;
+    float length = 0.0f;
+    uint32_t backgroundEntry = 0;  // the entry of label 0, the common case
+    SliceClipState clip;
+};
+
+// The winning label of the eight neighbours. Weights are summed per distinct
+// label in corner order; the largest sum wins, a tie going to the smaller label
+// (which is what visiting the labels in ascending order and replacing only on a
+// strictly larger sum gives). A small fixed array replaces an ordered map: at
+// most eight labels, no allocation per pixel, the same winner.
+template <class T>
+T MajorityLabel(const T (&labels)[8], const float (&weights)[8]) {
+    T distinct[8];
+    float sums[8];
+    int count = 0;
+    for (int k = 0; k < 8; ++k) {
+        int j = 0;
+        while (j < count && distinct[j] != labels[k]) ++j;
+        if (j == count) {
+            distinct[count] = labels[k];
+            sums[count] = 0.0f;
+            ++count;
+        }
+        sums[j] += weights[k];
+    }
+    int best = 0;
+    for (int j = 1; j < count; ++j)
+        if (sums[j] > sums[best] || (sums[j] == sums[best] && distinct[j] < distinct[best])) best = j;
+    // A winner without a strict majority of the weight does not count.
+    return sums[best] > 0.5f ? distinct[best] : T(0);
+}
+
+// The scaled lookup as this family has always done it: the factor 1/65535
+// before the row length, unlike the shared lookup; the order changes the
+// rounding of some indices, so it is kept.
+inline uint32_t LabelIndex(float label, float length) {
+    const auto s = static_cast<uint16_t>(TruncateToInt32(label + 0.5f));
+    return static_cast<uint32_t>(TruncateToInt32(static_cast<float>(s) * kInverse65535 * length + 0.5f));
+}
+
+// The existing pixel tinted towards the entry colour. The old pixel's bytes 0
+// and 2 trade places while the entry's c2 goes to byte 0; the entry's opacity
+// does not weight the blend and the channel-order switch is not consulted.
+inline uint32_t TintedPixel(uint32_t old, uint32_t entry) {
+    const auto blend = [&](int oldByte, int entryChannel) {
+        const float sum = static_cast<float>((old >> (8 * oldByte)) & 0xffu) * kKeptWeight +
+                          static_cast<float>(EntryChannel(entry, entryChannel)) * kLabelWeight;
+        return static_cast<uint32_t>(TruncateToInt32(sum)) & 0xffu;
+    };
+    return blend(2, 2) | (blend(1, 1) << 8) | (blend(0, 0) << 16) | 0xff000000u;
+}
+
+template <class T>
+void RenderLabelOverlayRow(const LabelOverlayContext<T>& c, int y) {
+    const SliceRow ends = RowEnds(c.corners, y, c.height);
+    uint32_t* __restrict colourRow = c.colour + static_cast<ptrdiff_t>(y) * c.pitch;
+    for (int x = 0; x < c.width; ++x) {
+        const glm::vec3 p = PixelPoint(ends, x, c.width);
+        if (Clipped(c.clip, p) || !InsideGrid(p, c.grid.dims)) continue;
+        const TrilinearCell cell = MakeTrilinearCell(p, c.grid.dims);
+        T labels[8];
+        bool anyLabel = false;
+        for (int k = 0; k < 8; ++k) {
+            labels[k] = CornerValue(c.grid, cell, k);
+            anyLabel |= labels[k] != 0;
+        }
+        // Over background all eight labels are 0: skip the tally entirely.
+        const uint32_t entry =
+            anyLabel ? c.row0[LabelIndex(static_cast<float>(MajorityLabel(labels, cell.weight)), c.length)]
+                     : c.backgroundEntry;
+        if (EntryOpacity(entry) == 0) continue;
+        colourRow[x] = TintedPixel(colourRow[x], entry);
+    }
+}
+
+bool PlaneFits(const zrobjects::FrameBuffer& buffer, const SlicePlane& plane) {
+    return plane.width <= buffer.width && plane.height <= buffer.height;
+}
+
+}  // namespace
+
+template <class T>
+bool RenderLabelOverlaySliceRows(zrobjects::ZrVObjectVolume& labelVolume, const Matrix16& planeToVoxel,
+                                 zrobjects::ZrIObject& image, const SlicePlane& plane, const SliceClipState& clip,
+                                 int colourIndex, zrobjects::ZrObject& otfOwner) {
+    const OtfTable table = ReadOtfTable(otfOwner);  // a mistyped table throws before anything is drawn
+    zrobjects::FrameBuffer* colourBuffer = image.GetFrameBuffer(zrenums::EzrFrameBufferUsage_RenderOut, colourIndex);
+    if (!colourBuffer || !PlaneFits(*colourBuffer, plane)) return false;
+
+    LabelOverlayContext<T> c;
+    c.grid = MakeVoxelGrid<T>(*labelVolume.GetVolumeData());
+    for (int k = 0; k < 4; ++k) c.corners[k] = TransformPoint(planeToVoxel, plane.corners[k]);
+    c.width = plane.width;
+    c.height = plane.height;
+    c.pitch = colourBuffer->width;
+    c.colour = static_cast<uint32_t*>(colourBuffer->pixels);
+    c.row0 = table.rows[0];
+    c.length = table.length;
+    c.backgroundEntry = c.row0[LabelIndex(0.0f, c.length)];
+    c.clip = clip;
+
+    ParallelFor(0, c.height, [&c](int y) { RenderLabelOverlayRow(c, y); });
+    return true;
+}
+
+bool RenderLabelOverlaySlice(zrobjects::ZrVObjectVolume& labelVolume, const Matrix16& planeToVoxel,
+                             zrobjects::ZrIObject& image, const SlicePlane& plane, const SliceClipState& clip,
+                             int colourIndex, zrobjects::ZrObject& otfOwner) {
+    return VisitIntegerVoxelType(labelVolume.GetVolumeData()->voxelType, false, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        return RenderLabelOverlaySliceRows<T>(labelVolume, planeToVoxel, image, plane, clip, colourIndex, otfOwner);
+    });
+}
+
+#define ZR_INSTANTIATE_LABEL_OVERLAY(T)                                                                       \
+    template bool RenderLabelOverlaySliceRows<T>(zrobjects::ZrVObjectVolume&, const Matrix16&,                \
+                                                 zrobjects::ZrIObject&, const SlicePlane&, const SliceClipState&, \
+                                                 int, zrobjects::ZrObject&);
+ZR_INSTANTIATE_LABEL_OVERLAY(char)
+ZR_INSTANTIATE_LABEL_OVERLAY(unsigned char)
+ZR_INSTANTIATE_LABEL_OVERLAY(short)
+ZR_INSTANTIATE_LABEL_OVERLAY(unsigned short)
+#undef ZR_INSTANTIATE_LABEL_OVERLAY
+
+}  // namespace zrvolume

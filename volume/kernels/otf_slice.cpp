@@ -1,0 +1,115 @@
+#include "volume/kernels/otf_slice.h"
+
+#include <cstddef>
+#include <cstdint>
+
+#include "volume/kernels/float_convert.h"
+#include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slice_walk.h"
+#include "volume/kernels/voxel_sampling.h"
+#include "volume/kernels/voxel_type.h"
+#include "volume/parallel_for.h"
+
+namespace zrvolume {
+
+namespace {
+
+// Everything a row needs, captured once per call.
+template <class T>
+struct OtfSliceContext {
+    VoxelGrid<T> grid;
+    glm::vec3 corners[4];
+    int width = 0;
+    int height = 0;
+    int pitch = 0;  // elements per buffer row, from the colour buffer's record
+    uint32_t* colour = nullptr;
+    uint16_t* value = nullptr;  // null: no value buffer
+    const uint32_t* row0 = nullptr;
+    float length = 0.0f;
+    bool channelSwitch = false;
+    SliceClipState clip;
+};
+
+template <class T>
+void RenderOtfSliceRow(const OtfSliceContext<T>& c, int y) {
+    const SliceRow ends = RowEnds(c.corners, y, c.height);
+    uint32_t* __restrict colourRow = c.colour + static_cast<ptrdiff_t>(y) * c.pitch;
+    uint16_t* __restrict valueRow = c.value ? c.value + static_cast<ptrdiff_t>(y) * c.pitch : nullptr;
+    for (int x = 0; x < c.width; ++x) {
+        const glm::vec3 p = PixelPoint(ends, x, c.width);
+        if (Clipped(c.clip, p)) continue;  // a clipped pixel keeps what the buffers held
+        // Outside the volume the sample counts as 0 and still goes through the
+        // table, so the pixel shows entry 0 with coverage 0.
+        const bool inside = InsideGrid(p, c.grid.dims);
+        const float v = inside ? SampleTrilinear(c.grid, p) : 0.0f;
+        // Truncation toward zero, without the + 0.5 of the other families: this
+        // family has always shown values that way, and images must not change.
+        const int32_t s = TruncateToInt32(v);
+        const auto value = static_cast<uint16_t>(s);  // negative values wrap on purpose
+        if (valueRow) valueRow[x] = value;
+        colourRow[x] = PremultipliedPixel(c.row0[ScaledOtfIndex(value, c.length)], c.channelSwitch, inside);
+    }
+}
+
+// The loops index the buffers with the plane's size; a plane larger than the
+// buffer would write past it.
+bool PlaneFits(const zrobjects::FrameBuffer& buffer, const SlicePlane& plane) {
+    return plane.width <= buffer.width && plane.height <= buffer.height;
+}
+
+}  // namespace
+
+template <class T>
+bool RenderOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
+                        zrobjects::ZrIObject& image, const SlicePlane& plane, const SliceClipState& clip,
+                        int colourIndex, int valueIndex, zrobjects::ZrObject& otfOwner) {
+    // The table first: a mistyped one must fail before anything is drawn.
+    const OtfTable table = ReadOtfTable(otfOwner);
+
+    zrobjects::FrameBuffer* colourBuffer = image.GetFrameBuffer(zrenums::EzrFrameBufferUsage_RenderOut, colourIndex);
+    if (!colourBuffer || !PlaneFits(*colourBuffer, plane)) return false;
+    zrobjects::FrameBuffer* valueBuffer =
+        valueIndex >= 0 ? image.GetFrameBuffer(zrenums::EzrFrameBufferUsage_Custom, valueIndex) : nullptr;
+    // The value buffer shares the colour buffer's pixel index; one too small to
+    // hold it is treated as absent.
+    if (valueBuffer && (valueBuffer->width < colourBuffer->width || valueBuffer->height < plane.height))
+        valueBuffer = nullptr;
+
+    OtfSliceContext<T> c;
+    c.grid = MakeVoxelGrid<T>(*volume.GetVolumeData());
+    // Corners in double precision, rounded to single precision at the end.
+    for (int k = 0; k < 4; ++k) c.corners[k] = TransformPointDouble(planeToVoxel, plane.corners[k]);
+    c.width = plane.width;
+    c.height = plane.height;
+    c.pitch = colourBuffer->width;
+    c.colour = static_cast<uint32_t*>(colourBuffer->pixels);
+    c.value = valueBuffer ? static_cast<uint16_t*>(valueBuffer->pixels) : nullptr;
+    c.row0 = table.rows[0];
+    c.length = table.length;
+    // Nobody changes the switch during a render, so one read serves every pixel.
+    c.channelSwitch = ChannelOrderSwitch(ChannelOrderFamily::OtfSlice);
+    c.clip = clip;
+
+    ParallelFor(0, c.height, [&c](int y) { RenderOtfSliceRow(c, y); });
+    return true;
+}
+
+bool RenderOtfSlice(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel, zrobjects::ZrIObject& image,
+                    const SlicePlane& plane, const SliceClipState& clip, int colourIndex, int valueIndex,
+                    zrobjects::ZrObject& otfOwner) {
+    return VisitIntegerVoxelType(volume.GetVolumeData()->voxelType, false, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        return RenderOtfSliceRows<T>(volume, planeToVoxel, image, plane, clip, colourIndex, valueIndex, otfOwner);
+    });
+}
+
+#define ZR_INSTANTIATE_OTF_SLICE(T)                                                                             \
+    template bool RenderOtfSliceRows<T>(zrobjects::ZrVObjectVolume&, const Matrix16&, zrobjects::ZrIObject&, \
+                                        const SlicePlane&, const SliceClipState&, int, int, zrobjects::ZrObject&);
+ZR_INSTANTIATE_OTF_SLICE(char)
+ZR_INSTANTIATE_OTF_SLICE(unsigned char)
+ZR_INSTANTIATE_OTF_SLICE(short)
+ZR_INSTANTIATE_OTF_SLICE(unsigned short)
+#undef ZR_INSTANTIATE_OTF_SLICE
+
+}  // namespace zrvolume
