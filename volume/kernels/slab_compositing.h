@@ -41,6 +41,7 @@
 
 #include <glm/glm.hpp>
 
+#include "host/zr_image.h"
 #include "host/zr_object.h"
 #include "volume/kernels/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
@@ -119,5 +120,18 @@ inline void CompositeLayer(const CompositingShading& shading, const VoxelGrid<T>
 
 // The output pixel of a finished accumulation.
 uint32_t CompositedPixel(const CompositeAccumulator& acc, bool channelSwitch, bool covered);
+
+// The output buffers of the two thick-section families, resolved once per call.
+struct ThickSectionTarget {
+    uint32_t* colour = nullptr;
+    uint16_t* values = nullptr;  // null when absent
+    int pitch = 0;               // pixels per row of both buffers
+};
+
+// Colour buffer (usage 1, colourIndex) and value buffer (usage 3, valueIndex when
+// >= 0; ignored unless it holds 2-byte elements with the colour buffer's pitch).
+// False when the colour buffer is missing or smaller than width x height.
+bool ResolveThickSectionTarget(zrobjects::ZrIObject& image, int colourIndex, int valueIndex, int width,
+                               int height, ThickSectionTarget& target);
 
 }  // namespace zrvolume

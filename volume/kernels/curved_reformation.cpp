@@ -1,0 +1,288 @@
+#include "curved_reformation.h"
+
+#include <cmath>
+#include <cstdint>
+
+#include "volume/kernels/float_convert.h"
+#include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/voxel_sampling.h"
+#include "volume/kernels/voxel_type.h"
+#include "volume/parallel_for.h"
+
+namespace zrvolume {
+
+namespace {
+
+constexpr float kZeroLength = 2.220446e-16f;
+
+// v / |v| when |v| exceeds the zero length, else the zero vector.
+glm::vec3 UnitOrZero(const glm::vec3& v) {
+    const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
+    return length > kZeroLength ? v / length : glm::vec3(0.0f);
+}
+
+// The linear part of a matrix record applied to a direction.
+glm::vec3 TransformDirection(const Matrix16& r, const glm::vec3& d) {
+    const float* m = r.m;
+    return glm::vec3(m[0] * d.x + m[1] * d.y + m[2] * d.z, m[4] * d.x + m[5] * d.y + m[6] * d.z,
+                     m[8] * d.x + m[9] * d.y + m[10] * d.z);
+}
+
+// Number of usable curve samples: none when an array is missing.
+int CurveSamples(const CurvedReformationArgs& args) {
+    if (args.curvePoints == nullptr || args.upVectors == nullptr || args.tangents == nullptr) return 0;
+    return args.curveCount > 0 ? args.curveCount : 0;
+}
+
+}  // namespace
+
+CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& args) {
+    CurvedSectionGeometry g;
+    const int n = CurveSamples(args);
+
+    // Column W - 1 must land on the last sample, but a column at u = N - 1
+    // exactly is left untouched; the largest float below N - 1 interpolates the
+    // last two samples with weight 1 - 2^-24 (or less) on the last one.
+    g.firstColumnPosition = 0.0f;
+    g.lastColumnPosition = n >= 2 ? std::nextafter(static_cast<float>(n - 1), 0.0f) : 0.0f;
+
+    // Lateral coordinate in millimetres from the bottom row (0) to the top row
+    // (E); the centre line sits at E / 2 and the top row on the +up side.
+    g.lateralExtent = args.planeHeight;
+    g.lateralCentre = 0.5f * args.planeHeight;
+    g.firstColumnTop = g.lastColumnTop = args.planeHeight;
+    g.firstColumnBottom = g.lastColumnBottom = 0.0f;
+    g.lateralScale = 1.0f;
+    g.depthScale = args.halfThickness;
+
+    // The same layers as a planar slab: round(T / step) layers, step apart,
+    // centred on the surface, so the first one sits K * step / 2 in front of it.
+    int layers = 1;
+    float step = 0.0f;
+    if (std::isfinite(args.layerStep) && args.layerStep > 0.0f) {
+        step = args.layerStep;
+        const double count = std::floor(static_cast<double>(args.thickness) / step + 0.5);
+        if (count > 1.0) layers = count < 1e9 ? static_cast<int>(count) : 1000000000;
+    }
+    g.lastLayer = layers - 1;
+    g.layerStep = step;
+    g.slabSpan = static_cast<float>(g.lastLayer) * step;
+
+    // Light for the compositing member: the viewing direction, or the depth axis
+    // of the middle sample when none is given.
+    glm::vec3 light = args.viewDirection;
+    if (!(glm::length(light) > kZeroLength) && n > 0) {
+        const int middle = n / 2;
+        light = UnitOrZero(glm::cross(UnitOrZero(args.upVectors[middle]), args.tangents[middle]));
+    }
+    g.lightDirection = UnitOrZero(TransformDirection(args.worldToVoxel, light));
+    return g;
+}
+
+namespace {
+
+enum class Reduction { SinglePlane, Compositing, Maximum, Minimum, Average };
+
+// Everything a column needs, captured once per call.
+template <class T>
+struct CurvedRun {
+    VoxelGrid<T> grid;
+    CurvedSectionGeometry g;
+    const glm::vec3* points = nullptr;
+    const glm::vec3* ups = nullptr;
+    const glm::vec3* tangents = nullptr;
+    int n = 0;
+    bool rightSide = false;
+    Matrix16 toVoxel;
+    SliceClipState clip;
+    bool clipActive = false;
+    const uint32_t* otfRow = nullptr;
+    float otfLength = 0.0f;
+    ThickSectionTarget target;
+    int width = 0;
+    int height = 0;
+    bool channelSwitch = false;
+    CompositingShading shading;
+};
+
+// The scaled table lookup of a reduced value s: the value buffer gets its low 16
+// bits, which also index the row.
+template <class T>
+inline void WriteLookedUp(const CurvedRun<T>& run, size_t index, int32_t s, bool covered) {
+    const uint16_t value = static_cast<uint16_t>(s);
+    if (run.target.values) run.target.values[index] = value;
+    const uint32_t entry = run.otfRow[ScaledOtfIndex(value, run.otfLength)];
+    run.target.colour[index] = PremultipliedPixel(entry, run.channelSwitch, covered);
+}
+
+template <class T, Reduction R>
+void CurvedColumn(const CurvedRun<T>& run, int i) {
+    const CurvedSectionGeometry& g = run.g;
+
+    // Curve position and lateral range of the column. W = 1 gives 0 / 0 and a
+    // not-a-number u, which fails the test below: the column stays untouched.
+    const float t = static_cast<float>(i) / static_cast<float>(run.width - 1);
+    const float u = (1.0f - t) * g.firstColumnPosition + t * g.lastColumnPosition;
+    const float lo = (1.0f - t) * g.firstColumnTop + t * g.lastColumnTop;
+    const float hi = (1.0f - t) * g.firstColumnBottom + t * g.lastColumnBottom;
+    if (!(u >= 0.0f) || u >= static_cast<float>(run.n - 1)) return;
+
+    // Interpolated frame of the column, hoisted out of the row loop.
+    const int k = FloorToInt(u);
+    const float f = u - static_cast<float>(k);
+    const int k0 = glm::clamp(k, 0, run.n - 1);
+    const int k1 = glm::clamp(k + 1, 0, run.n - 1);
+    const glm::vec3 p = (1.0f - f) * run.points[k0] + f * run.points[k1];
+    const glm::vec3 up = (1.0f - f) * run.ups[k0] + f * run.ups[k1];
+    const glm::vec3 tangent = (1.0f - f) * run.tangents[k0] + f * run.tangents[k1];
+    const glm::vec3 upUnit = UnitOrZero(up);
+    glm::vec3 depth = UnitOrZero(glm::cross(upUnit, tangent));
+    if (run.rightSide) depth = -depth;
+
+    const glm::vec3 surface = p + g.depthScale * depth;
+    const glm::vec3 lateralStep = g.lateralScale * upUnit;
+    const glm::vec3 slabFront = surface - (0.5f * g.slabSpan) * depth;
+    const int middleLayer = g.lastLayer / 2;
+
+    const float rows = static_cast<float>(run.height - 1);
+    for (int j = 0; j < run.height; ++j) {
+        // H = 1 gives not-a-number here and skips every row.
+        const float s = (static_cast<float>(run.height - 1 - j) / rows) * lo + (static_cast<float>(j) / rows) * hi;
+        if (!(s >= 0.0f) || s > g.lateralExtent) continue;
+        const glm::vec3 lateral = (s - g.lateralCentre) * lateralStep;
+        const size_t index = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch) + static_cast<size_t>(i);
+
+        if constexpr (R == Reduction::SinglePlane) {
+            const glm::vec3 v = TransformPoint(run.toVoxel, surface + lateral);
+            if (run.clipActive && Clipped(run.clip, v)) continue;  // the pixel keeps its old content
+            const bool inside = InsideGrid(v, run.grid.dims);
+            const float sample = inside ? SampleTrilinear(run.grid, v) : 0.0f;
+            WriteLookedUp(run, index, TruncateToInt32(sample + 0.5f), inside);
+        } else {
+            const glm::vec3 base = slabFront + lateral;
+            bool covered = false;
+            float maximum = 0.0f;
+            float minimum = 3.4028235e38f;
+            float sum = 0.0f;
+            int counted = 0;
+            float middleSample = 0.0f;
+            CompositeAccumulator acc;
+            for (int m = 0; m <= g.lastLayer; ++m) {
+                const glm::vec3 v = TransformPoint(run.toVoxel, base + (static_cast<float>(m) * g.layerStep) * depth);
+                if (run.clipActive && Clipped(run.clip, v)) continue;  // the layer does not count
+                float sample = 0.0f;
+                if (InsideGrid(v, run.grid.dims)) {
+                    sample = SampleTrilinear(run.grid, v);
+                    covered = true;
+                }
+                if constexpr (R == Reduction::Maximum) {
+                    maximum = sample > maximum ? sample : maximum;
+                } else if constexpr (R == Reduction::Minimum) {
+                    minimum = sample < minimum ? sample : minimum;  // outside: 0 pulls it down
+                } else if constexpr (R == Reduction::Average) {
+                    sum += sample;
+                    ++counted;
+                } else {
+                    CompositeLayer(run.shading, run.grid, run.otfRow, run.otfLength, v, sample, acc);
+                    if (m == middleLayer) middleSample = sample;
+                }
+            }
+
+            if constexpr (R == Reduction::Compositing) {
+                if (run.target.values) run.target.values[index] = static_cast<uint16_t>(TruncateToInt32(middleSample + 0.5f));
+                run.target.colour[index] = CompositedPixel(acc, run.channelSwitch, covered);
+            } else if constexpr (R == Reduction::Maximum) {
+                WriteLookedUp(run, index, TruncateToInt32(maximum + 0.5f), covered);
+            } else if constexpr (R == Reduction::Minimum) {
+                const float v = (minimum == 3.4028235e38f || g.lastLayer < 0) ? 0.0f : minimum;
+                WriteLookedUp(run, index, TruncateToInt32(v + 0.5f), covered);
+            } else {
+                // Truncated, not rounded; no counted layer gives 0 / 0 and value 0.
+                WriteLookedUp(run, index, TruncateToInt32(sum / static_cast<float>(counted)), covered);
+            }
+        }
+    }
+}
+
+template <class T, Reduction R>
+void RunColumns(const CurvedRun<T>& run) {
+    if (run.width <= 0) return;
+    if (run.width == 1) {
+        CurvedColumn<T, R>(run, 0);
+        return;
+    }
+    ParallelFor(0, run.width, [&run](int i) { CurvedColumn<T, R>(run, i); });
+}
+
+template <class T>
+void RenderCurvedColumns(const CurvedReformationArgs& args, const CurvedSectionGeometry& geometry,
+                         const OtfTable& table, const ThickSectionTarget& target, Reduction reduction) {
+    CurvedRun<T> run;
+    run.grid = MakeVoxelGrid<T>(*args.volume->GetVolumeData());
+    run.g = geometry;
+    run.points = args.curvePoints;
+    run.ups = args.upVectors;
+    run.tangents = args.tangents;
+    run.n = CurveSamples(args);
+    run.rightSide = args.rightSide;
+    run.toVoxel = args.worldToVoxel;
+    run.clip = args.clip;
+    run.clipActive = args.clip.clipBox || args.clip.clipPlane;
+    run.otfRow = table.rows[0];
+    run.otfLength = table.length;
+    run.target = target;
+    run.width = args.width;
+    run.height = args.height;
+    run.channelSwitch = ChannelOrderSwitch(ChannelOrderFamily::CurvedReformation);
+
+    switch (reduction) {
+        case Reduction::SinglePlane: RunColumns<T, Reduction::SinglePlane>(run); break;
+        case Reduction::Compositing:
+            run.shading = MakeCompositingShading(*args.volume, args.phongCoeffs, args.gradientMagnitude,
+                                                 geometry.lightDirection);
+            RunColumns<T, Reduction::Compositing>(run);
+            break;
+        case Reduction::Maximum: RunColumns<T, Reduction::Maximum>(run); break;
+        case Reduction::Minimum: RunColumns<T, Reduction::Minimum>(run); break;
+        case Reduction::Average: RunColumns<T, Reduction::Average>(run); break;
+    }
+}
+
+}  // namespace
+
+bool RenderCurvedSection(const CurvedReformationArgs& args, const CurvedSectionGeometry& geometry) {
+    Reduction reduction;
+    switch (args.projectionCode) {
+        case 0:
+        case 1:
+            if (args.thickness == 0.0f) {
+                reduction = Reduction::SinglePlane;
+            } else if (args.thickness > 0.0f) {
+                reduction = Reduction::Compositing;
+            } else {
+                return false;  // negative (or not-a-number) thickness
+            }
+            break;
+        case 10: reduction = Reduction::Maximum; break;
+        case 11: reduction = Reduction::Minimum; break;
+        case 12: reduction = Reduction::Average; break;
+        default: return false;
+    }
+    if (args.volume == nullptr || args.tableOwner == nullptr || args.image == nullptr) return false;
+    const OtfTable table = ReadOtfTable(*args.tableOwner);  // throws on a missing or mistyped table
+    if (table.rows == nullptr || table.rows[0] == nullptr) return false;
+    ThickSectionTarget target;
+    if (!ResolveThickSectionTarget(*args.image, args.colourIndex, args.valueIndex, args.width, args.height, target))
+        return false;
+    return VisitIntegerVoxelType(args.volume->GetVolumeData()->voxelType, false, [&](auto tag) {
+        RenderCurvedColumns<typename decltype(tag)::type>(args, geometry, table, target, reduction);
+        return true;
+    });
+}
+
+bool RenderCurvedReformation(const CurvedReformationArgs& args) {
+    return RenderCurvedSection(args, MakeCurvedSectionGeometry(args));
+}
+
+}  // namespace zrvolume

@@ -1,0 +1,193 @@
+#include "slab_projection.h"
+
+#include <cmath>
+#include <cstdint>
+
+#include "volume/kernels/float_convert.h"
+#include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/voxel_sampling.h"
+#include "volume/kernels/voxel_type.h"
+#include "volume/parallel_for.h"
+
+namespace zrvolume {
+
+SlabGeometry MakeSlabGeometry(const SlicePlane& plane, const Matrix16& planeToVoxel,
+                              const glm::vec3& viewDirection, float thickness, float voxelPitchMin) {
+    SlabGeometry g;
+    const float dirLength = glm::length(viewDirection);
+    const glm::vec3 dir = dirLength > 2.220446e-16f ? viewDirection / dirLength : glm::vec3(0.0f);
+
+    int count = 1;
+    float pitch = 0.0f;
+    if (std::isfinite(voxelPitchMin) && voxelPitchMin > 0.0f) {
+        pitch = voxelPitchMin;
+        // Rounded, so that 20 mm at 0.4 mm is 50 layers whichever way the
+        // quotient's last bit falls.
+        const double layers = std::floor(static_cast<double>(thickness) / pitch + 0.5);
+        if (layers > 1.0) count = layers < 1e9 ? static_cast<int>(layers) : 1000000000;
+    }
+    g.layerCount = count;
+
+    // The first layer lies (count - 1) / 2 spacings in front of the plane.
+    const glm::vec3 back = dir * (-0.5f * static_cast<float>(count - 1) * pitch);
+    g.topLeft = TransformPoint(planeToVoxel, plane.corners[0] + back);
+    g.topRight = TransformPoint(planeToVoxel, plane.corners[1] + back);
+    g.bottomLeft = TransformPoint(planeToVoxel, plane.corners[2] + back);
+    g.bottomRight = TransformPoint(planeToVoxel, plane.corners[3] + back);
+
+    // Linear part only: the voxel image of one spacing along the view.
+    const glm::vec3 step = dir * pitch;
+    const float* m = planeToVoxel.m;
+    g.layerStep = glm::vec3(m[0] * step.x + m[1] * step.y + m[2] * step.z,
+                            m[4] * step.x + m[5] * step.y + m[6] * step.z,
+                            m[8] * step.x + m[9] * step.y + m[10] * step.z);
+    return g;
+}
+
+namespace {
+
+enum class Reduction { Maximum, Minimum, Average, Compositing };
+
+// Everything a row needs, captured once per call.
+template <class T>
+struct SlabRun {
+    VoxelGrid<T> grid;
+    SlabGeometry geometry;
+    SliceClipState clip;
+    bool clipActive = false;
+    const uint32_t* otfRow = nullptr;
+    float otfLength = 0.0f;
+    ThickSectionTarget target;
+    int width = 0;
+    int height = 0;
+    bool channelSwitch = false;
+    CompositingShading shading;
+};
+
+template <class T, Reduction R>
+void SlabProjectionRow(const SlabRun<T>& run, int r) {
+    const SlabGeometry& g = run.geometry;
+    // Divisions by H - 1 and W - 1 are not guarded: a one-pixel axis yields
+    // not-a-number points, which fail every inside test.
+    const float t = static_cast<float>(r) / static_cast<float>(run.height - 1);
+    const glm::vec3 left = (1.0f - t) * g.topLeft + t * g.bottomLeft;
+    const glm::vec3 right = (1.0f - t) * g.topRight + t * g.bottomRight;
+    const int middleLayer = (g.layerCount - 1) / 2;
+
+    uint32_t* colourRow = run.target.colour + static_cast<ptrdiff_t>(r) * run.target.pitch;
+    uint16_t* valueRow = run.target.values ? run.target.values + static_cast<ptrdiff_t>(r) * run.target.pitch : nullptr;
+
+    for (int c = 0; c < run.width; ++c) {
+        const float s = static_cast<float>(c) / static_cast<float>(run.width - 1);
+        glm::vec3 x = (1.0f - s) * left + s * right;
+
+        bool covered = false;
+        float maximum = 0.0f;
+        float minimum = 3.4028235e38f;
+        float sum = 0.0f;
+        int count = 0;
+        float middleSample = 0.0f;
+        CompositeAccumulator acc;
+
+        for (int m = 0; m < g.layerCount; ++m) {
+            // A clipped layer is skipped without advancing the point: every later
+            // layer then tests the same point and is skipped as well.
+            if (run.clipActive && Clipped(run.clip, x)) continue;
+            float sample = 0.0f;
+            if (InsideGrid(x, run.grid.dims)) {
+                sample = SampleTrilinear(run.grid, x);
+                covered = true;
+            }
+            if constexpr (R == Reduction::Maximum) {
+                maximum = sample > maximum ? sample : maximum;
+            } else if constexpr (R == Reduction::Minimum) {
+                minimum = sample < minimum ? sample : minimum;
+            } else if constexpr (R == Reduction::Average) {
+                if (sample > 0.0f) {  // empty space does not dilute the mean
+                    sum += sample;
+                    ++count;
+                }
+            } else {
+                CompositeLayer(run.shading, run.grid, run.otfRow, run.otfLength, x, sample, acc);
+                if (m == middleLayer) middleSample = sample;
+            }
+            x += g.layerStep;
+        }
+
+        // The integer conversions keep the x86 overflow result on purpose: an
+        // all-clipped minimum (3.4e38) and an empty average (0 / 0) both end as
+        // value 0 in 16 bits.
+        int32_t value;
+        if constexpr (R == Reduction::Maximum) {
+            value = TruncateToInt32(maximum + 0.5f);
+        } else if constexpr (R == Reduction::Minimum) {
+            value = TruncateToInt32(minimum + 0.5f);
+        } else if constexpr (R == Reduction::Average) {
+            value = TruncateToInt32(sum / static_cast<float>(count));
+        } else {
+            value = TruncateToInt32(middleSample + 0.5f);
+        }
+        const uint16_t value16 = static_cast<uint16_t>(value);
+        if (valueRow) valueRow[c] = value16;
+
+        if constexpr (R == Reduction::Compositing) {
+            colourRow[c] = CompositedPixel(acc, run.channelSwitch, covered);
+        } else {
+            // Direct index by the 16-bit value; the rows hold 65536 entries.
+            colourRow[c] = PremultipliedPixel(run.otfRow[value16], run.channelSwitch, covered);
+        }
+    }
+}
+
+template <class T, Reduction R>
+void RunSlab(const SlabRun<T>& run) {
+    ParallelFor(0, run.height, [&run](int r) { SlabProjectionRow<T, R>(run, r); });
+}
+
+template <class T>
+bool RenderSlabProjectionRows(const SlabProjectionArgs& args, const OtfTable& table, const ThickSectionTarget& target) {
+    SlabRun<T> run;
+    run.grid = MakeVoxelGrid<T>(*args.volume->GetVolumeData());
+    run.geometry = args.geometry;
+    run.clip = args.clip;
+    run.clipActive = args.clip.clipBox || args.clip.clipPlane;
+    run.otfRow = table.rows[0];
+    run.otfLength = table.length;
+    run.target = target;
+    run.width = args.width;
+    run.height = args.height;
+    run.channelSwitch = ChannelOrderSwitch(ChannelOrderFamily::SlabProjection);
+
+    switch (args.projectionCode) {
+        case 0:
+        case 1:
+            run.shading = MakeCompositingShading(*args.volume, args.phongCoeffs, args.gradientMagnitude,
+                                                 args.geometry.layerStep);
+            RunSlab<T, Reduction::Compositing>(run);
+            return true;
+        case 10: RunSlab<T, Reduction::Maximum>(run); return true;
+        case 11: RunSlab<T, Reduction::Minimum>(run); return true;
+        case 12: RunSlab<T, Reduction::Average>(run); return true;
+        default: return false;
+    }
+}
+
+}  // namespace
+
+bool RenderSlabProjection(const SlabProjectionArgs& args) {
+    const int code = args.projectionCode;
+    if (code != 0 && code != 1 && code != 10 && code != 11 && code != 12) return false;
+    if (args.volume == nullptr || args.tableOwner == nullptr || args.image == nullptr) return false;
+    const OtfTable table = ReadOtfTable(*args.tableOwner);  // throws on a missing or mistyped table
+    if (table.rows == nullptr || table.rows[0] == nullptr) return false;
+    ThickSectionTarget target;
+    if (!ResolveThickSectionTarget(*args.image, args.colourIndex, args.valueIndex, args.width, args.height, target))
+        return false;
+    return VisitIntegerVoxelType(args.volume->GetVolumeData()->voxelType, false, [&](auto tag) {
+        using T = typename decltype(tag)::type;
+        return RenderSlabProjectionRows<T>(args, table, target);
+    });
+}
+
+}  // namespace zrvolume
