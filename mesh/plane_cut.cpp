@@ -1,0 +1,217 @@
+#include "plane_cut.h"
+
+#include <algorithm>
+
+#include <omp.h>
+
+#include "mesh/bvh/array.h"
+#include "mesh/bvh/bvh_query.h"
+
+namespace zrmesh {
+
+using zrvolume::Matrix16;
+using zrvolume::TransformPoint;
+
+namespace {
+
+// The host's hierarchy pays off only when the plane crosses enough leaves;
+// below this the whole triangle list is run instead.
+constexpr size_t kMinLeavesForHierarchy = 5;
+
+// Room made in the container of per-thread lists when segments are collected.
+// The lists themselves grow on demand.
+constexpr size_t kThreadListSlots = 15000;
+
+inline float Dot(const glm::vec3& a, const glm::vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+
+// Clips the segment to `window` (Liang-Barsky on x and y, z follows linearly).
+// False when nothing of it is left.
+bool ClipToWindow(const ScreenWindow& window, glm::vec3& start, glm::vec3& end) {
+    float t0 = 0.0f, t1 = 1.0f;
+    const glm::vec3 delta = end - start;
+    const float p[4] = {-delta.x, delta.x, -delta.y, delta.y};
+    const float q[4] = {start.x - window.minX, window.maxX - start.x, start.y - window.minY,
+                        window.maxY - start.y};
+    for (int k = 0; k < 4; ++k) {
+        if (p[k] == 0.0f) {
+            if (q[k] < 0.0f) return false;
+            continue;
+        }
+        const float t = q[k] / p[k];
+        if (p[k] < 0.0f) {
+            if (t > t1) return false;
+            t0 = std::max(t0, t);
+        } else {
+            if (t < t0) return false;
+            t1 = std::min(t1, t);
+        }
+    }
+    if (!(t0 <= t1)) return false;
+    const glm::vec3 from = start;
+    if (t0 > 0.0f) start = from + t0 * delta;
+    if (t1 < 1.0f) end = from + t1 * delta;
+    return true;
+}
+
+// Everything one triangle needs, captured once before the parallel loops.
+struct CutSetup {
+    const float* positions;
+    const uint32_t* indices;
+    uint32_t vertexCount;
+    int32_t triangleCount;
+    glm::vec3 normal;
+    float negD;
+    Matrix16 objectToScreen;
+    const SegmentTarget* target;
+    std::vector<float>* threadLists;  // null when drawing
+};
+
+inline glm::vec3 Vertex(const CutSetup& s, uint32_t index) {
+    const float* p = s.positions + static_cast<size_t>(index) * 3;
+    return glm::vec3(p[0], p[1], p[2]);
+}
+
+void TreatTriangle(const CutSetup& s, int32_t triangle) {
+    if (triangle < 0 || triangle >= s.triangleCount) return;
+    const uint32_t* tri = s.indices + static_cast<size_t>(triangle) * 3;
+    // The host validates its index buffers; an index past the vertices is
+    // skipped here rather than read out of bounds.
+    if (tri[0] >= s.vertexCount || tri[1] >= s.vertexCount || tri[2] >= s.vertexCount) return;
+    glm::vec3 start, end;
+    if (!CutTriangle(s.negD, s.normal, Vertex(s, tri[0]), Vertex(s, tri[1]), Vertex(s, tri[2]),
+                     s.objectToScreen, start, end))
+        return;
+    const SegmentTarget& target = *s.target;
+    if (target.window && !ClipToWindow(*target.window, start, end)) return;
+    if (s.threadLists) {
+        const float dx = end.x - start.x, dy = end.y - start.y;
+        if (!(dx * dx + dy * dy > 0.0f)) return;
+        std::vector<float>& list = s.threadLists[omp_get_thread_num()];
+        list.insert(list.end(), {start.x, start.y, end.x, end.y});
+        return;
+    }
+    // Threads draw without a lock: two of them writing one pixel write the same
+    // colour.
+    DrawSegment(start, end, target.colour, target.pixels, target.width, target.height, target.thickness,
+                target.colour, target.clip);
+}
+
+void RunAllTriangles(const CutSetup& s, bool dynamicSchedule) {
+    const int32_t count = s.triangleCount;
+    if (dynamicSchedule) {
+#pragma omp parallel for schedule(dynamic, 1)
+        for (int32_t t = 0; t < count; ++t) TreatTriangle(s, t);
+    } else {
+#pragma omp parallel for schedule(static)
+        for (int32_t t = 0; t < count; ++t) TreatTriangle(s, t);
+    }
+}
+
+void RunLeaves(const CutSetup& s, const std::vector<const zrbvh::BvhLeafNode*>& leaves,
+               const zrbvh::Array& triangleIndices) {
+    const int64_t count = static_cast<int64_t>(leaves.size());
+#pragma omp parallel for schedule(dynamic, 1)
+    for (int64_t n = 0; n < count; ++n) {
+        const zrbvh::BvhLeafNode& leaf = *leaves[n];
+        // Checked reads: a leaf range outside the index array is a fatal failure.
+        for (int32_t j = leaf.lo; j < leaf.hi; ++j) TreatTriangle(s, triangleIndices[j]);
+    }
+}
+
+}  // namespace
+
+bool CutTriangle(float negD, const glm::vec3& normal, const glm::vec3& v0, const glm::vec3& v1,
+                 const glm::vec3& v2, const Matrix16& objectToScreen, glm::vec3& start, glm::vec3& end) {
+    const glm::vec3* vertex[3] = {&v0, &v1, &v2};
+    const float side[3] = {Dot(normal, v0) + negD, Dot(normal, v1) + negD, Dot(normal, v2) + negD};
+    glm::vec3 found[2];
+    int foundCount = 0;
+    unsigned taken = 0;  // vertices already used as crossing points, one bit each
+    for (int e = 0; e < 3 && foundCount < 2; ++e) {
+        const int a = e, b = (e + 1) % 3;
+        const glm::vec3 &pa = *vertex[a], &pb = *vertex[b];
+        const float sa = side[a], sb = side[b];
+        if (sa == 0.0f && sb == 0.0f) {
+            // The edge lies in the plane: it is the segment.
+            start = TransformPoint(objectToScreen, pa);
+            end = TransformPoint(objectToScreen, pb);
+            return true;
+        }
+        if (sa * sb < 0.0f) {
+            const glm::vec3 edge = pb - pa;
+            const float t = -sa / Dot(normal, edge);
+            found[foundCount++] = pa + t * edge;
+            continue;
+        }
+        // A vertex on the plane ends one edge and starts another; it counts
+        // once, so a plane through a vertex and the opposite edge yields that
+        // edge's crossing as the second point, and a plane that only touches a
+        // vertex yields no segment.
+        for (const int v : {a, b}) {
+            if (side[v] != 0.0f || (taken & (1u << v)) || foundCount == 2) continue;
+            found[foundCount++] = *vertex[v];
+            taken |= 1u << v;
+        }
+    }
+    if (foundCount < 2) return false;
+    start = TransformPoint(objectToScreen, found[0]);
+    end = TransformPoint(objectToScreen, found[1]);
+    return true;
+}
+
+void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
+                      const zrobjects::PrimitiveData& data, const zrbvh::BvhTree* tree,
+                      const Matrix16& objectToScreen, const SegmentTarget& target) {
+    const zrobjects::VertexAttribute* positions = data.FindAttribute("POSITION");
+    if (!positions || data.verticesPerPrimitive != 3) return;
+    const float d = Dot(planeNormal, planePoint);
+
+    CutSetup setup;
+    setup.positions = positions->values.data();
+    setup.indices = data.indices.data();
+    setup.vertexCount = static_cast<uint32_t>(positions->values.size() / 3);
+    setup.triangleCount = std::clamp<int32_t>(data.primitiveCount, 0,
+                                              static_cast<int32_t>(data.indices.size() / 3));
+    setup.normal = planeNormal;
+    setup.negD = -d;
+    setup.objectToScreen = objectToScreen;
+    setup.target = &target;
+
+    // One list per processor, selected by thread number; never fewer than the
+    // team can have threads.
+    std::vector<std::vector<float>> threadLists;
+    if (target.crossLines) {
+        threadLists.reserve(kThreadListSlots);  // deliberate: room in the container, not in the lists
+        threadLists.resize(static_cast<size_t>(std::max(omp_get_num_procs(), omp_get_max_threads())));
+        setup.threadLists = threadLists.data();
+    } else {
+        setup.threadLists = nullptr;
+    }
+
+    if (!tree) {
+        const double* box = &data.boundingBox.pos_min.x;
+        const double bounds[6] = {box[0], box[1], box[2], data.boundingBox.pos_max.x,
+                                  data.boundingBox.pos_max.y, data.boundingBox.pos_max.z};
+        if (!zrbvh::PlaneHitsBox(bounds, planeNormal, d)) return;
+        RunAllTriangles(setup, false);
+    } else {
+        std::vector<const zrbvh::BvhLeafNode*> leaves;
+        int64_t leafTriangles = 0;
+        zrbvh::CollectTreeLeaves(*tree, planeNormal, d, leaves, leafTriangles);
+        zrbvh::Array triangleIndices;
+        triangleIndices = tree->triangleIndices;
+        if (leaves.size() < kMinLeavesForHierarchy) {
+            // Deliberately all triangles, even when the plane misses every
+            // leaf: the leaves found are not used.
+            RunAllTriangles(setup, true);
+        } else {
+            RunLeaves(setup, leaves, triangleIndices);
+        }
+    }
+
+    if (target.crossLines)
+        for (const std::vector<float>& list : threadLists)
+            target.crossLines->insert(target.crossLines->end(), list.begin(), list.end());
+}
+
+}  // namespace zrmesh
