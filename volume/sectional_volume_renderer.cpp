@@ -1,9 +1,24 @@
 #include "sectional_volume_renderer.h"
 
+#include "volume/output_finishing.h"
+#include "volume/render_mode_dispatch.h"
+#include "volume/render_settings.h"
+#include "volume/render_targets.h"
+#include "volume/section_geometry.h"
+#include "volume/volume_selection.h"
+
 namespace zrvolume {
 
-// The volume path is wired in step by step; until its set-up lands a request
-// finishes without drawing.
-bool RenderSectionalVolume(zrobjects::ModuleRequest&) { return true; }
+bool RenderSectionalVolume(zrobjects::ModuleRequest& request) {
+    const VolumeRenderSettings settings = ReadVolumeRenderSettings(request);
+    const RenderTargets targets = PrepareRenderTargets(settings, *settings.image);
+    const std::vector<SelectedVolume> volumes = SelectVolumes(request);
+    const SectionGeometry geometry =
+        BuildSectionGeometry(settings, *settings.image, targets.width, targets.height, volumes);
+    const DispatchOutcome outcome = DrawSelectedVolumes(settings, targets, geometry, volumes);
+    DrawIsoBoundaries(request, settings, targets, geometry, volumes);
+    ComposeFinalImage(request, settings, targets, geometry, outcome);
+    return true;
+}
 
 }  // namespace zrvolume

@@ -1,0 +1,112 @@
+#include "section_geometry.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "host/zr_camera.h"
+
+namespace zrvolume {
+
+namespace {
+
+glm::vec3 ScreenToWorldPoint(const glm::dmat4& screenToWorld, double x, double y) {
+    const glm::dvec4 p = screenToWorld * glm::dvec4(x, y, 0.0, 1.0);
+    return glm::vec3(glm::dvec3(p) / p.w);
+}
+
+// Inclusive pixel rectangle covered by the volumes' boxes on screen, clipped to
+// the image; false when it is empty.
+bool VolumeScreenRect(const SectionGeometry& geometry, const std::vector<SelectedVolume>& volumes, int width,
+                      int height, glm::ivec2& lo, glm::ivec2& hi) {
+    glm::dvec2 minimum(std::numeric_limits<double>::max()), maximum(-std::numeric_limits<double>::max());
+    for (const SelectedVolume& s : volumes) {
+        zrobjects::AaBbMinMax box;
+        s.volume->GetOrthoBoundingBox(box);
+        const glm::dmat4 voxelToScreen = geometry.worldToScreen * glm::dmat4(s.voxelToWorld);
+        for (int corner = 0; corner < 8; ++corner) {
+            const glm::dvec3 p((corner & 1) ? box.pos_max.x : box.pos_min.x,
+                               (corner & 2) ? box.pos_max.y : box.pos_min.y,
+                               (corner & 4) ? box.pos_max.z : box.pos_min.z);
+            const glm::dvec4 q = voxelToScreen * glm::dvec4(p, 1.0);
+            const glm::dvec2 screen = glm::dvec2(q) / q.w;
+            minimum = glm::min(minimum, screen);
+            maximum = glm::max(maximum, screen);
+        }
+    }
+    if (volumes.empty() || !(minimum.x <= maximum.x) || !(minimum.y <= maximum.y)) return false;
+    const auto clampTo = [](double v, int last) {
+        return static_cast<int>(std::clamp(v, -1.0, static_cast<double>(last) + 1.0));
+    };
+    lo = glm::ivec2(std::max(0, clampTo(std::floor(minimum.x), width - 1)),
+                    std::max(0, clampTo(std::floor(minimum.y), height - 1)));
+    hi = glm::ivec2(std::min(width - 1, clampTo(std::ceil(maximum.x), width - 1)),
+                    std::min(height - 1, clampTo(std::ceil(maximum.y), height - 1)));
+    return lo.x <= hi.x && lo.y <= hi.y;
+}
+
+// Tries to lay out the reduced image; false when fast mode would not pay.
+bool LayOutFastMode(SectionGeometry& geometry, const VolumeRenderSettings& settings,
+                    const std::vector<SelectedVolume>& volumes, int width, int height) {
+    glm::ivec2 lo, hi;
+    if (!VolumeScreenRect(geometry, volumes, width, height, lo, hi)) return false;
+    const int rectWidth = hi.x - lo.x + 1, rectHeight = hi.y - lo.y + 1;
+    const int longest = std::max(rectWidth, rectHeight);
+    const int limit = std::max(2, settings.lengthFastModeMax);
+    if (rectWidth < 2 || rectHeight < 2 || longest <= limit) return false;
+
+    // One isotropic reduction bounds the longer side by the limit; each axis
+    // then spans its rectangle with a whole number of reduced steps.
+    const double scale = double(longest - 1) / double(limit - 1);
+    const int stepsX = static_cast<int>(std::ceil((rectWidth - 1) / scale));
+    const int stepsY = static_cast<int>(std::ceil((rectHeight - 1) / scale));
+    const int reducedWidth = stepsX + 2, reducedHeight = stepsY + 2;
+    if (reducedWidth > width || reducedHeight > height) return false;
+
+    const double stepX = double(rectWidth - 1) / stepsX, stepY = double(rectHeight - 1) / stepsY;
+    SlicePlane& plane = geometry.plane;
+    plane.width = reducedWidth;
+    plane.height = reducedHeight;
+    plane.pixelScale = glm::vec2(float(stepX), float(stepY));
+    const double lastX = lo.x + stepX * (reducedWidth - 1), lastY = lo.y + stepY * (reducedHeight - 1);
+    plane.corners[0] = ScreenToWorldPoint(geometry.screenToWorld, lo.x, lo.y);
+    plane.corners[1] = ScreenToWorldPoint(geometry.screenToWorld, lastX, lo.y);
+    plane.corners[2] = ScreenToWorldPoint(geometry.screenToWorld, lo.x, lastY);
+    plane.corners[3] = ScreenToWorldPoint(geometry.screenToWorld, lastX, lastY);
+
+    geometry.reduced = true;
+    geometry.fast.x0 = lo.x;
+    geometry.fast.x1 = hi.x + 1;
+    geometry.fast.y0 = lo.y;
+    geometry.fast.rows = rectHeight;
+    geometry.fast.stepX = float(stepX);
+    geometry.fast.stepY = float(stepY);
+    return true;
+}
+
+}  // namespace
+
+SectionGeometry BuildSectionGeometry(const VolumeRenderSettings& settings, zrobjects::ZrIObject& image,
+                                     int width, int height, const std::vector<SelectedVolume>& volumes) {
+    SectionGeometry geometry;
+    const zrobjects::ZrCObject& camera = *image.GetCameraObject();
+    glm::dmat4 a, b, c;
+    camera.GetMatrixWStoSS(a, b, c);
+    geometry.worldToScreen = zrobjects::ComposeApplied(a, b, c);
+    camera.GetMatrixSStoWS(a, b, c);
+    geometry.screenToWorld = zrobjects::ComposeApplied(a, b, c);
+
+    SlicePlane& plane = geometry.plane;
+    plane.screenToWorld = glm::mat4(geometry.screenToWorld);
+    plane.width = width;
+    plane.height = height;
+    plane.pixelScale = glm::vec2(1.0f);
+    camera.GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, plane.corners[0], plane.corners[1],
+                                    plane.corners[2], plane.corners[3]);
+
+    // Fast mode leaves the full-quality plane as it is when it would not pay.
+    if (settings.fastQualityMode) LayOutFastMode(geometry, settings, volumes, width, height);
+    return geometry;
+}
+
+}  // namespace zrvolume
