@@ -1,0 +1,176 @@
+// Segment rasterisation, widening at the borders, clip plane and clip box, and
+// colour packing.
+#include "mesh/line_drawing.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include <glm/gtc/matrix_transform.hpp>
+
+#include "volume/kernels/matrix_record.h"
+
+namespace {
+
+using zrmesh::DrawSegment;
+using zrmesh::MeshClipState;
+
+constexpr uint32_t kCentre = 0xff0000ffu;
+constexpr uint32_t kWide = 0xff00ff00u;
+
+struct Canvas {
+    int width, height;
+    std::vector<uint32_t> pixels;
+    Canvas(int w, int h) : width(w), height(h), pixels(static_cast<size_t>(w) * h, 0u) {}
+    uint32_t At(int x, int y) const { return pixels[static_cast<size_t>(y) * width + x]; }
+    std::set<std::pair<int, int>> Painted(uint32_t colour) const {
+        std::set<std::pair<int, int>> set;
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                if (At(x, y) == colour) set.insert({x, y});
+        return set;
+    }
+    void Draw(glm::vec3 a, glm::vec3 b, int thickness = 1, const MeshClipState& clip = {}) {
+        DrawSegment(a, b, kCentre, pixels.data(), width, height, thickness, kWide, clip);
+    }
+};
+
+TEST(LineDrawing, AZeroLengthSegmentPaintsItsSnappedPixel) {
+    Canvas canvas(20, 20);
+    canvas.Draw({10.4f, 5.6f, 0.0f}, {10.4f, 5.6f, 0.0f});
+    const std::set<std::pair<int, int>> expected = {{10, 6}};
+    EXPECT_EQ(canvas.Painted(kCentre), expected);
+    EXPECT_EQ(canvas.Painted(0).size(), 399u);
+}
+
+TEST(LineDrawing, ASegmentCoversStepsPlusOnePixelsAlongTheLine) {
+    Canvas canvas(20, 20);
+    canvas.Draw({0.0f, 0.0f, 0.0f}, {4.0f, 2.0f, 0.0f});
+    const auto painted = canvas.Painted(kCentre);
+    ASSERT_EQ(painted.size(), 5u);
+    EXPECT_TRUE(painted.count({0, 0}));
+    EXPECT_TRUE(painted.count({4, 2}));
+    for (const auto& [x, y] : painted) EXPECT_LE(std::abs(0.5f * x - y), 0.5f) << x << "," << y;
+    // One pixel per column: the longer axis takes the steps.
+    std::set<int> columns;
+    for (const auto& p : painted) columns.insert(p.first);
+    EXPECT_EQ(columns.size(), 5u);
+}
+
+TEST(LineDrawing, PixelsOutsideTheImageAreSkippedNotWrapped) {
+    Canvas canvas(10, 10);
+    canvas.Draw({-5.0f, 3.0f, 0.0f}, {15.0f, 3.0f, 0.0f});
+    const auto painted = canvas.Painted(kCentre);
+    EXPECT_EQ(painted.size(), 10u);
+    for (const auto& p : painted) EXPECT_EQ(p.second, 3);
+    EXPECT_EQ(canvas.Painted(0).size(), 90u);
+}
+
+TEST(LineWidening, ThicknessThreeOnRowZeroClampsTheNegativeOffset) {
+    Canvas canvas(12, 6);
+    canvas.Draw({2.0f, 0.0f, 0.0f}, {6.0f, 0.0f, 0.0f}, 3);
+    // Offsets +1, -1, +2 around every line pixel (x, 0): (x, 1), (x, 0), (x, 2)
+    // along y; (x + 1, 0), (x - 1, 0), (x + 2, 0) along x; the diagonal pixels
+    // (x + 1, 1), (x - 1, 0), (x + 2, 2).
+    for (int x = 2; x <= 6; ++x) {
+        EXPECT_EQ(canvas.At(x, 1), kWide) << x;
+        EXPECT_EQ(canvas.At(x, 2), kWide) << x;
+    }
+    EXPECT_EQ(canvas.At(1, 0), kWide);
+    EXPECT_EQ(canvas.At(8, 0), kWide);
+    EXPECT_EQ(canvas.At(8, 2), kWide);
+    EXPECT_EQ(canvas.At(0, 0), 0u);
+    EXPECT_EQ(canvas.At(9, 0), 0u);
+    for (int x = 0; x < 12; ++x) EXPECT_EQ(canvas.At(x, 3), 0u) << "thickness 3 reaches two rows down";
+    EXPECT_EQ(canvas.At(1, 1), 0u) << "no -1 diagonal below the line: it is clamped onto row 0";
+}
+
+TEST(LineWidening, OffsetsPastTheRightAndBottomBordersPaintTheBorder) {
+    Canvas canvas(8, 8);
+    canvas.Draw({7.0f, 7.0f, 0.0f}, {7.0f, 7.0f, 0.0f}, 4);
+    // Offsets +1, -1, +2, -2: the positive ones clamp onto column 7 / row 7.
+    EXPECT_EQ(canvas.At(7, 7), kWide) << "the centre is overwritten by clamped widening pixels";
+    EXPECT_EQ(canvas.At(6, 7), kWide);
+    EXPECT_EQ(canvas.At(5, 7), kWide);
+    EXPECT_EQ(canvas.At(7, 5), kWide);
+    EXPECT_EQ(canvas.At(5, 5), kWide);
+    EXPECT_EQ(canvas.At(4, 7), 0u);
+    EXPECT_EQ(canvas.At(6, 5), 0u);
+}
+
+TEST(LineClipping, PlaneClipsBySideAndTestsLaterPixelsAtDepthZero) {
+    // Plane x = 5 with normal +x: pixels right of it are removed.
+    MeshClipState clip;
+    clip.clipPlane = true;
+    clip.planePoint = glm::vec3(5.0f, 0.0f, 0.0f);
+    clip.planeNormal = glm::vec3(1.0f, 0.0f, 0.0f);
+    Canvas canvas(12, 4);
+    canvas.Draw({0.0f, 1.0f, 0.0f}, {10.0f, 1.0f, 0.0f}, 1, clip);
+    const auto painted = canvas.Painted(kCentre);
+    EXPECT_EQ(painted.size(), 6u);
+    for (const auto& p : painted) EXPECT_LE(p.first, 5);
+
+    // A plane facing +z behind depth 0: the first pixel is tested at its own
+    // depth (-5, kept), every later one at depth 0 (removed).
+    MeshClipState depthClip;
+    depthClip.clipPlane = true;
+    depthClip.planePoint = glm::vec3(0.0f, 0.0f, -1.0f);
+    depthClip.planeNormal = glm::vec3(0.0f, 0.0f, 1.0f);
+    Canvas deep(12, 4);
+    deep.Draw({1.0f, 2.0f, -5.0f}, {9.0f, 2.0f, -5.0f}, 1, depthClip);
+    const std::set<std::pair<int, int>> firstOnly = {{1, 2}};
+    EXPECT_EQ(deep.Painted(kCentre), firstOnly);
+}
+
+TEST(LineClipping, WideningPixelsAreNotClipped) {
+    MeshClipState clip;
+    clip.clipPlane = true;
+    clip.planePoint = glm::vec3(5.0f, 0.0f, 0.0f);
+    clip.planeNormal = glm::vec3(1.0f, 0.0f, 0.0f);
+    Canvas canvas(12, 6);
+    canvas.Draw({5.0f, 2.0f, 0.0f}, {5.0f, 2.0f, 0.0f}, 3, clip);
+    EXPECT_EQ(canvas.At(5, 2), kCentre);
+    EXPECT_EQ(canvas.At(6, 2), kWide);
+    EXPECT_EQ(canvas.At(7, 2), kWide);
+}
+
+TEST(LineClipping, BoxKeepsTheUnitCubeAroundItsCentre) {
+    // Box space = (screen - (5, 5, 0)) / 4: the box covers x, y in 3..7.
+    glm::mat4 screenToBox = glm::scale(glm::mat4(1.0f), glm::vec3(0.25f)) *
+                            glm::translate(glm::mat4(1.0f), glm::vec3(-5.0f, -5.0f, 0.0f));
+    MeshClipState clip;
+    clip.clipBox = true;
+    clip.boxMatrix = zrvolume::ToMatrixRecord(screenToBox);
+    Canvas canvas(12, 12);
+    canvas.Draw({0.0f, 5.0f, 0.0f}, {11.0f, 5.0f, 0.0f}, 1, clip);
+    const auto painted = canvas.Painted(kCentre);
+    EXPECT_EQ(painted.size(), 5u);
+    for (const auto& p : painted) {
+        EXPECT_GE(p.first, 3);
+        EXPECT_LE(p.first, 7);
+    }
+}
+
+TEST(LineClipping, AnAllZeroBoxMatrixKeepsEveryPixel) {
+    MeshClipState clip;
+    clip.clipBox = true;
+    clip.boxMatrix = zrvolume::ToMatrixRecord(glm::mat4(0.0f));
+    Canvas canvas(12, 4);
+    canvas.Draw({0.0f, 1.0f, 0.0f}, {11.0f, 1.0f, 0.0f}, 1, clip);
+    EXPECT_EQ(canvas.Painted(kCentre).size(), 12u);
+}
+
+TEST(ColourPacking, BothByteOrdersTruncate) {
+    const uint32_t bgra = zrmesh::PackColour(glm::vec3(1.0f, 0.5f, 0.0f), false);
+    const uint32_t rgba = zrmesh::PackColour(glm::vec3(1.0f, 0.5f, 0.0f), true);
+    uint8_t bytes[4];
+    std::memcpy(bytes, &bgra, 4);
+    EXPECT_EQ(std::vector<int>(bytes, bytes + 4), (std::vector<int>{0, 127, 255, 255}));
+    std::memcpy(bytes, &rgba, 4);
+    EXPECT_EQ(std::vector<int>(bytes, bytes + 4), (std::vector<int>{255, 127, 0, 255}));
+}
+
+}  // namespace
