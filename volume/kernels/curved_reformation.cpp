@@ -49,7 +49,10 @@ CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& arg
 
     // Lateral coordinate in millimetres from the bottom row (0) to the top row
     // (E); the centre line sits at E / 2 and the top row on the +up side.
-    g.lateralExtent = args.planeHeight;
+    // The top row's coordinate (1 - t) E + t E can round a few units in the last
+    // place above E; the extent allows for that so that no column loses its top
+    // row. No other row comes near it.
+    g.lateralExtent = args.planeHeight * (1.0f + 0x1p-20f);
     g.lateralCentre = 0.5f * args.planeHeight;
     g.firstColumnTop = g.lastColumnTop = args.planeHeight;
     g.firstColumnBottom = g.lastColumnBottom = 0.0f;

@@ -154,8 +154,9 @@ struct CurvedSectionGeometry {
 // The geometry the arguments describe: u0 = 0 and u1 = the largest float below
 // N - 1 (the last column interpolates the last curve sample to within one part
 // in 2^24, because a column at u = N - 1 exactly is left untouched); lateral
-// coordinate in millimetres with E = planeHeight, C = E / 2, l = E (top), h = 0
-// (bottom), b = 1; a = halfThickness; K = layers - 1 and slabSpan = K *
+// coordinate in millimetres with l = planeHeight (top), h = 0 (bottom), C =
+// planeHeight / 2, b = 1 and E = planeHeight enlarged by 2^-20 of itself (the
+// interpolated top coordinate may round just above planeHeight); a = halfThickness; K = layers - 1 and slabSpan = K *
 // layerStep, which centres the layers on the surface.
 CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& args);
 

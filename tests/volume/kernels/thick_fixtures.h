@@ -1,0 +1,96 @@
+// Small scenes for the thick-section kernel tests: volumes from a voxel function
+// placed with voxel (i, j, k) at world (i, j, k) mm, bare target images with
+// colour and value buffers, tables whose entries tell which index was read, and
+// a helper that runs a kernel at a fixed thread count.
+#pragma once
+
+#include <omp.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include <glm/glm.hpp>
+#include <gtest/gtest.h>
+
+#include "host/table_builder.h"
+#include "host/volume_builder.h"
+#include "host/zr_image.h"
+#include "volume/kernels/matrix_record.h"
+
+namespace thicktest {
+
+// Voxel (i, j, k) = value(i, j, k); spacing 1 mm, origin 0, so world and voxel
+// coordinates coincide unless `geometry` says otherwise.
+template <class T = uint16_t, class F>
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeFrom(glm::ivec3 dims, F value,
+                                                       const zrobjects::VolumeGeometry& geometry = {}) {
+    std::vector<T> voxels(static_cast<size_t>(dims.x) * dims.y * dims.z);
+    size_t n = 0;
+    for (int k = 0; k < dims.z; ++k)
+        for (int j = 0; j < dims.y; ++j)
+            for (int i = 0; i < dims.x; ++i) voxels[n++] = static_cast<T>(value(i, j, k));
+    return zrobjects::MakeVolume<T>(std::span<const T>(voxels), dims, geometry);
+}
+
+// World millimetres to voxel coordinates of a volume built with `geometry`.
+inline zrvolume::Matrix16 WorldToVoxel(const zrobjects::VolumeGeometry& geometry = {}) {
+    return zrvolume::ToMatrixRecord(glm::inverse(zrobjects::VolumeObjectToReference(geometry)));
+}
+
+// Colour buffers (usage 1) 0 and 1 and a 16-bit value buffer (usage 3) 0, the
+// colour target being index 1; every buffer starts filled with 0x77 bytes so
+// that untouched pixels can be told from written ones.
+inline std::shared_ptr<zrobjects::ZrIObject> TargetImage(int width, int height) {
+    auto image = std::make_shared<zrobjects::ZrIObject>(width, height);
+    for (int i = 0; i < 2; ++i)
+        image->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "colour");
+    image->InsertFrameBuffer(zrobjects::MakeDataType<uint16_t>(), 3, "values");
+    std::memset(image->GetFrameBuffer(1, 1)->pixels, 0x77, static_cast<size_t>(width) * height * 4);
+    std::memset(image->GetFrameBuffer(3, 0)->pixels, 0x77, static_cast<size_t>(width) * height * 2);
+    return image;
+}
+
+constexpr uint32_t kUntouchedPixel = 0x77777777u;
+constexpr uint16_t kUntouchedValue = 0x7777u;
+
+inline const uint32_t* Colour(zrobjects::ZrIObject& image) {
+    return static_cast<const uint32_t*>(image.GetFrameBuffer(1, 1)->pixels);
+}
+inline const uint16_t* Values(zrobjects::ZrIObject& image) {
+    return static_cast<const uint16_t*>(image.GetFrameBuffer(3, 0)->pixels);
+}
+inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image) {
+    const uint32_t* p = Colour(image);
+    return std::vector<uint32_t>(p, p + static_cast<size_t>(image.Width()) * image.Height());
+}
+inline std::vector<uint16_t> ValueCopy(zrobjects::ZrIObject& image) {
+    const uint16_t* p = Values(image);
+    return std::vector<uint16_t>(p, p + static_cast<size_t>(image.Width()) * image.Height());
+}
+
+inline uint32_t ByteOf(uint32_t pixel, int b) { return (pixel >> (8 * b)) & 0xffu; }
+
+// A 65536-entry table, opaque, whose entry t carries t in its three colour
+// bytes as (t & 0xff, (t >> 8) & 0xff, 0): with the direct lookup entry t is
+// read for value t, so the colour tells the index.
+inline std::shared_ptr<zrobjects::ZrObject> IndexTable(int length = zrobjects::kFullTableLength) {
+    std::vector<uint32_t> entries(static_cast<size_t>(length));
+    for (int t = 0; t < length; ++t)
+        entries[t] = zrobjects::PackEntry(0, static_cast<uint8_t>((t >> 8) & 0xff), static_cast<uint8_t>(t & 0xff), 255);
+    return zrobjects::MakeTableObject({entries});
+}
+
+// Runs `body` with OpenMP limited to `threads`, restoring the previous limit.
+template <class Body>
+void WithThreads(int threads, Body&& body) {
+    const int previous = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    body();
+    omp_set_num_threads(previous);
+}
+
+}  // namespace thicktest
