@@ -1,52 +1,94 @@
-// zrslice: the command-line host. Loads the render plug-in, builds a scene,
-// runs requests through DoModule and reports what came back.
+// zrslice: the command-line host. Loads the render plug-in as a host does
+// (dlopen and its seven exports, never by linking), builds a scene from a
+// request file or the built-in phantoms, runs the requests and writes what came
+// out.
+//
+//   zrslice render REQUEST.json -o OUT.png   one request file
+//   zrslice info FILE                        what a volume or mesh file holds
+//   zrslice demo -o DIR                      the gallery, from the phantoms
+//
+// Exit codes: 0 done, 1 bad input (one line "zrslice: <file>: <what>" on
+// standard error), 2 usage.
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <string>
-#include <vector>
 
-#include "host/image_builder.h"
-#include "host/plugin_loader.h"
-#include "host/zrobjects.h"
+#include <CLI/CLI.hpp>
+
+#include "demo.h"
+#include "info.h"
+#include "input_error.h"
+#include "render_run.h"
 
 namespace {
 
-std::string DefaultPluginPath(const char* argv0) {
-    std::error_code ec;
-    auto self = std::filesystem::canonical("/proc/self/exe", ec);
-    const auto dir = ec ? std::filesystem::path(argv0).parent_path() : self.parent_path();
-    return (dir / zrobjects::PluginFileName()).string();
-}
-
-// Runs the plug-in through the host's lifecycle on an empty section view.
-int RunLifecycle(const std::string& pluginPath) {
-    zrobjects::PluginModule plugin(pluginPath);
-    plugin.initModule();
-    for (const auto& line : zrobjects::GetLogLines()) std::printf("log: %s\n", line.c_str());
-
-    std::vector<std::string> specification;
-    plugin.getModuleSpecification(&specification);
-    std::printf("specification: %s\n", specification.empty() ? "" : specification.back().c_str());
-
-    auto image = zrobjects::MakeSectionImage({});
-    zrobjects::ModuleRequest request;
-    request.params["_ZrIObject*_RenderOut"] = image.get();
-    request.params["_string_RenderingSourceType"] = std::string("SECTIONAL_VOLUME");
-    const bool ok = plugin.doModule(&request);
-    std::printf("DoModule: %s, progress %.1f\n", ok ? "true" : "false", plugin.getProgress());
-    plugin.deInitModule();
-    return ok ? 0 : 1;
+int Fail(const std::string& line) {
+    std::fprintf(stderr, "zrslice: %s\n", line.c_str());
+    return 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    CLI::App app{"zrslice: command-line host of the CPU sectional render plug-in"};
+    app.require_subcommand(1);
+    std::string plugin = zrslice::DefaultPluginPath();
+    bool quiet = false;
+    app.add_option("--plugin", plugin, "plug-in library to load (default: beside this program)");
+    app.add_flag("-q,--quiet", quiet, "no progress lines");
+
+    std::string requestPath, out;
+    auto* render = app.add_subcommand("render", "run the requests of a request file and write the picture");
+    render->add_option("REQUEST", requestPath, "request file (JSON)")->required();
+    render->add_option("-o,--output", out, "picture to write (.png); the values and lists go beside it")->required();
+
+    std::string infoPath;
+    auto* info = app.add_subcommand("info", "describe a volume or mesh file");
+    info->add_option("FILE", infoPath, "volume file, DICOM folder or mesh file")->required();
+
+    std::string demoFolder = "out/demo";
+    int demoSize = 256;
+    auto* demo = app.add_subcommand("demo", "render the gallery of built-in examples");
+    demo->add_option("-o,--output", demoFolder, "folder for the pictures (default out/demo)");
+    demo->add_option("--size", demoSize, "picture size in pixels (default 256)")->check(CLI::Range(16, 2048));
+
     try {
-        const std::string plugin = argc > 2 && std::string(argv[1]) == "--plugin" ? argv[2] : DefaultPluginPath(argv[0]);
-        return RunLifecycle(plugin);
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e);
+        // Help is a success; every other parse problem is a usage error.
+        return code == 0 ? 0 : 2;
+    }
+
+    try {
+        if (*info) {
+            std::fputs(zrslice::DescribeFile(infoPath).c_str(), stdout);
+            return 0;
+        }
+        zrslice::PluginSession session(plugin);
+        if (*render) {
+            const zrslice::RequestFile file = zrslice::ParseRequestFile(requestPath);
+            auto progress = [&](size_t k, size_t n, const std::string& source) {
+                if (!quiet) std::fprintf(stderr, "zrslice: request %zu/%zu %s\n", k + 1, n, source.c_str());
+            };
+            const zrslice::RenderOutput output = zrslice::RunRequestFile(file, session, progress);
+            const zrslice::OutputPaths paths = zrslice::OutputPathsFor(out);
+            zrslice::WriteRenderOutput(output, paths);
+            if (!quiet) std::fprintf(stderr, "zrslice: wrote %s\n", paths.picture.c_str());
+            return 0;
+        }
+        zrslice::RunDemo(demoFolder, session, demoSize, quiet);
+        if (!quiet)
+            std::fprintf(stderr, "zrslice: demo pictures in %s (contact-sheet.png shows them all)\n", demoFolder.c_str());
+        return 0;
+    } catch (const zrslice::InputError& e) {
+        return Fail(e.Line());
+    } catch (const zrobjects::PluginLoadError& e) {
+        return Fail(e.what());
+    } catch (const std::bad_alloc&) {
+        return Fail("out of memory");
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "zrslice: %s\n", e.what());
-        return 1;
+        return Fail(e.what());
     }
 }

@@ -1,0 +1,98 @@
+#include "mesh_files.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <stdexcept>
+
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include "input_error.h"
+
+namespace zrslice {
+
+namespace {
+
+const aiScene* Import(Assimp::Importer& importer, const std::string& path) {
+    std::error_code ec;
+    if (!std::filesystem::exists(path, ec)) throw InputError(path, "no such file");
+    if (std::filesystem::is_directory(path, ec)) throw InputError(path, "is a directory, not a mesh file");
+    // Node transforms are baked into the vertices so that a multi-part file
+    // comes out as one object in its own coordinates.
+    const unsigned flags = aiProcess_Triangulate | aiProcess_JoinIdenticalVertices | aiProcess_PreTransformVertices |
+                           aiProcess_SortByPType | aiProcess_ValidateDataStructure;
+    const aiScene* scene = importer.ReadFile(path, flags);
+    if (!scene) throw InputError(path, "cannot read mesh: " + FirstLine(importer.GetErrorString()));
+    if (scene->mNumMeshes == 0) throw InputError(path, "file holds no mesh");
+    return scene;
+}
+
+void AppendVertices(zrobjects::MeshArrays& out, const aiMesh& mesh) {
+    for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        const aiVector3D& p = mesh.mVertices[v];
+        out.positions.insert(out.positions.end(), {p.x, p.y, p.z});
+        const aiVector3D n = mesh.HasNormals() ? mesh.mNormals[v] : aiVector3D(0.0f, 0.0f, 0.0f);
+        out.normals.insert(out.normals.end(), {n.x, n.y, n.z});
+    }
+}
+
+}  // namespace
+
+zrobjects::MeshArrays ReadMeshFile(const std::string& path) {
+    Assimp::Importer importer;
+    const aiScene* scene = Import(importer, path);
+    zrobjects::MeshArrays triangles, points;
+    points.topology = 3;
+    for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene->mMeshes[m];
+        if (mesh.mPrimitiveTypes & aiPrimitiveType_TRIANGLE) {
+            const uint32_t base = static_cast<uint32_t>(triangles.positions.size() / 3);
+            AppendVertices(triangles, mesh);
+            for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+                const aiFace& face = mesh.mFaces[f];
+                if (face.mNumIndices != 3) continue;
+                for (unsigned k = 0; k < 3; ++k) triangles.indices.push_back(base + face.mIndices[k]);
+            }
+        } else if (mesh.mPrimitiveTypes & aiPrimitiveType_POINT) {
+            AppendVertices(points, mesh);
+        }
+    }
+    if (!triangles.indices.empty()) return triangles;
+    if (!points.positions.empty()) return points;
+    throw InputError(path, "file holds neither triangles nor points");
+}
+
+MeshFileInfo ReadMeshFileInfo(const std::string& path) {
+    Assimp::Importer importer;
+    const aiScene* scene = Import(importer, path);
+    MeshFileInfo info;
+    info.meshes = static_cast<int>(scene->mNumMeshes);
+    info.boundsMin = glm::dvec3(std::numeric_limits<double>::max());
+    info.boundsMax = -info.boundsMin;
+    for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene->mMeshes[m];
+        info.vertices += mesh.mNumVertices;
+        info.hasNormals = info.hasNormals || mesh.HasNormals();
+        for (unsigned f = 0; f < mesh.mNumFaces; ++f) info.triangles += mesh.mFaces[f].mNumIndices == 3 ? 1 : 0;
+        for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+            const glm::dvec3 p(mesh.mVertices[v].x, mesh.mVertices[v].y, mesh.mVertices[v].z);
+            info.boundsMin = glm::min(info.boundsMin, p);
+            info.boundsMax = glm::max(info.boundsMax, p);
+        }
+    }
+    if (info.vertices == 0) info.boundsMin = info.boundsMax = glm::dvec3(0.0);
+    return info;
+}
+
+std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(const zrobjects::MeshArrays& mesh) {
+    zrobjects::MeshArrays arrays = mesh;
+    // Files without normals come back with zero normals; leave them out rather
+    // than hand the renderer zero-length vectors.
+    if (std::all_of(arrays.normals.begin(), arrays.normals.end(), [](float x) { return x == 0.0f; }))
+        arrays.normals.clear();
+    return zrobjects::MakeMeshPrimitive(arrays);
+}
+
+}  // namespace zrslice

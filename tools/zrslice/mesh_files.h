@@ -1,0 +1,33 @@
+// Meshes from files (STL, OBJ, PLY, glTF and whatever else assimp reads) and
+// the host mesh objects built from plain mesh arrays. Failures are InputErrors
+// naming the file.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "host/phantoms.h"
+#include "host/zr_visual.h"
+
+namespace zrslice {
+
+// Every mesh of the file, with its node transforms applied, merged into one
+// array set: triangles when the file has faces, otherwise its vertices as a
+// point set.
+zrobjects::MeshArrays ReadMeshFile(const std::string& path);
+
+struct MeshFileInfo {
+    int meshes = 0;
+    size_t vertices = 0;
+    size_t triangles = 0;
+    bool hasNormals = false;
+    glm::dvec3 boundsMin{0.0}, boundsMax{0.0};
+};
+MeshFileInfo ReadMeshFileInfo(const std::string& path);
+
+// A host primitive object holding `mesh`, with its bounding box and hierarchy.
+// Throws std::invalid_argument for inconsistent arrays (no vertices, indices
+// past the vertices).
+std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(const zrobjects::MeshArrays& mesh);
+
+}  // namespace zrslice

@@ -1,0 +1,288 @@
+#include "request_file.h"
+
+#include <fstream>
+#include <set>
+#include <stdexcept>
+
+#include "host/image_builder.h"
+#include "input_error.h"
+#include "json_fields.h"
+#include "scene_objects.h"
+#include "tagged_params.h"
+#include "volume_files.h"
+
+namespace zrslice {
+
+namespace {
+
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+[[noreturn]] void Fail(const std::string& where, const std::string& what) {
+    throw std::invalid_argument(where + ": " + what);
+}
+
+const std::set<std::string> kTableNames = {"WINDOWING", "OTF", "MASKVOLUME"};
+
+ImageSpec ParseImage(const json& value) {
+    const Fields f(value, "image");
+    f.OnlyKnown({"size", "camera", "params"});
+    ImageSpec image;
+    const json& size = f.Raw("size");
+    if (!size.is_array() || size.size() != 2) Fail("image.size", "expects [width, height], got " + Shown(size));
+    // Negative or zero sizes are refused here; the upper bound keeps one
+    // buffer under 2^28 pixels, and the memory check below catches the rest.
+    image.size.x = IntAt(size[0], "image.size[0]", 1, 16384);
+    image.size.y = IntAt(size[1], "image.size[1]", 1, 16384);
+    // An image carries about six frame buffers of up to 4 bytes per pixel.
+    const uint64_t bytes = static_cast<uint64_t>(image.size.x) * image.size.y * 4 * 6;
+    if (bytes > PhysicalMemoryBytes() / 2)
+        Fail("image.size", std::to_string(image.size.x) + " x " + std::to_string(image.size.y) +
+                               " pixels are too large for this machine's memory");
+
+    const Fields c(f.Raw("camera"), "image.camera");
+    c.OnlyKnown({"position", "viewDirection", "up", "viewExtent"});
+    image.camera.position = c.Vec3("position", glm::dvec3(0.0));
+    image.camera.viewDirection = c.Vec3("viewDirection");
+    image.camera.up = c.Vec3("up");
+    if (!(glm::length(image.camera.viewDirection) > 1e-12)) Fail("image.camera.viewDirection", "view direction is zero");
+    if (!(glm::length(image.camera.up) > 1e-12)) Fail("image.camera.up", "up vector is zero");
+    if (!(glm::length(glm::cross(glm::normalize(image.camera.viewDirection), glm::normalize(image.camera.up))) > 1e-6))
+        Fail("image.camera.up", "up vector is parallel to the view direction");
+    const json& extent = c.Raw("viewExtent");
+    if (extent.is_number()) {
+        // One number: the extent of the longer side, the other follows the
+        // pixel aspect so that pixels are square.
+        const double e = NumberAt(extent, "image.camera.viewExtent");
+        const double longer = std::max(image.size.x, image.size.y);
+        image.camera.viewExtent = glm::dvec2(e * image.size.x / longer, e * image.size.y / longer);
+    } else {
+        image.camera.viewExtent = VecAt<2>(extent, "image.camera.viewExtent");
+    }
+    if (!(image.camera.viewExtent.x > 0.0) || !(image.camera.viewExtent.y > 0.0))
+        Fail("image.camera.viewExtent", "view extent must be positive");
+    if (f.Has("params")) image.params = ConvertParamObject(f.Raw("params"), "image.params");
+    return image;
+}
+
+ObjectSpec ParseObject(const std::string& name, const json& value) {
+    const std::string where = "objects." + name;
+    const Fields f(value, where);
+    ObjectSpec object;
+    object.name = name;
+    object.source = value;
+    const std::string type = f.String("type");
+    if (type == "volume")
+        object.kind = ObjectSpec::Kind::Volume;
+    else if (type == "table")
+        object.kind = ObjectSpec::Kind::Table;
+    else if (type == "mesh")
+        object.kind = ObjectSpec::Kind::Mesh;
+    else
+        Fail(f.PathOf("type"), "unknown object type \"" + type + "\" (volume, table, mesh)");
+    return object;
+}
+
+SceneEntrySpec ParseEntry(const json& value, size_t index, const std::vector<ObjectSpec>& objects) {
+    const std::string where = "scene[" + std::to_string(index) + "]";
+    const Fields f(value, where);
+    f.OnlyKnown({"object", "enabled", "colour", "matrix", "tables", "objectParams", "params"});
+    SceneEntrySpec entry;
+    entry.object = f.String("object");
+    const ObjectSpec* object = nullptr;
+    for (const ObjectSpec& o : objects) object = o.name == entry.object ? &o : object;
+    if (!object) Fail(f.PathOf("object"), "names an unknown object \"" + entry.object + "\"");
+    if (object->kind == ObjectSpec::Kind::Table)
+        Fail(f.PathOf("object"), "\"" + entry.object + "\" is a table; tables belong in a volume's \"tables\"");
+    entry.enabled = f.Bool("enabled", true);
+    if (f.Has("colour")) {
+        const glm::dvec3 c = f.Vec3("colour");
+        for (int k = 0; k < 3; ++k)
+            if (c[k] < 0.0 || c[k] > 1.0) Fail(f.PathOf("colour"), "colour components must be in 0..1");
+        entry.colour = glm::vec3(c);
+    }
+    if (f.Has("matrix")) {
+        const glm::dmat4 m = MatrixAt(f.Raw("matrix"), f.PathOf("matrix"));
+        if (std::abs(glm::determinant(m)) < 1e-12) Fail(f.PathOf("matrix"), "matrix is singular");
+        entry.objectToWorld = glm::mat4(m);
+    }
+    if (f.Has("tables")) {
+        const Fields t(f.Raw("tables"), f.PathOf("tables"));
+        if (object->kind != ObjectSpec::Kind::Volume && !f.Raw("tables").empty())
+            Fail(f.PathOf("tables"), "only volumes have a table directory");
+        for (const auto& [name, target] : f.Raw("tables").items()) {
+            const std::string at = t.PathOf(name.c_str());
+            if (!kTableNames.count(name)) Fail(at, "unknown table directory name (WINDOWING, OTF, MASKVOLUME)");
+            if (!target.is_string()) Fail(at, "expects an object name, got " + Shown(target));
+            const std::string targetName = target.get<std::string>();
+            const ObjectSpec* found = nullptr;
+            for (const ObjectSpec& o : objects) found = o.name == targetName ? &o : found;
+            if (!found) Fail(at, "names an unknown object \"" + targetName + "\"");
+            const auto wanted = name == "MASKVOLUME" ? ObjectSpec::Kind::Volume : ObjectSpec::Kind::Table;
+            if (found->kind != wanted)
+                Fail(at, "\"" + targetName + "\" must be a " + (name == "MASKVOLUME" ? "volume" : "table"));
+            entry.tables[name] = targetName;
+        }
+    }
+    if (f.Has("objectParams")) entry.objectParams = ConvertParamObject(f.Raw("objectParams"), f.PathOf("objectParams"));
+    if (f.Has("params")) entry.params = ConvertParamObject(f.Raw("params"), f.PathOf("params"));
+    return entry;
+}
+
+}  // namespace
+
+glm::dvec2 PixelSpacing(const ImageSpec& image) {
+    return image.camera.viewExtent / glm::dvec2(image.size);
+}
+
+RequestFile ParseRequestDocument(const json& document, const std::string& path, const fs::path& baseDirectory) {
+    RequestFile file;
+    file.path = path;
+    file.baseDirectory = baseDirectory;
+    try {
+        const Fields top(document, "document");
+        top.OnlyKnown({"description", "image", "objects", "scene", "requests", "output"});
+        if (top.Has("description")) top.String("description");
+        file.image = ParseImage(top.Raw("image"));
+        if (top.Has("objects")) {
+            const Fields objects(top.Raw("objects"), "objects");
+            for (const auto& [name, value] : top.Raw("objects").items()) file.objects.push_back(ParseObject(name, value));
+        }
+        if (top.Has("scene")) {
+            const json& scene = top.Raw("scene");
+            if (!scene.is_array()) Fail("scene", "expects an array of scene entries, got " + Shown(scene));
+            for (size_t k = 0; k < scene.size(); ++k) file.scene.push_back(ParseEntry(scene[k], k, file.objects));
+        }
+        const json& requests = top.Raw("requests");
+        if (!requests.is_array() || requests.empty()) Fail("requests", "expects a non-empty array of requests");
+        for (size_t k = 0; k < requests.size(); ++k) {
+            const std::string where = "requests[" + std::to_string(k) + "]";
+            json params = requests[k];
+            std::string target;
+            if (params.is_object() && params.contains("targetVolume")) {
+                const json& t = params["targetVolume"];
+                if (!t.is_string()) Fail(where + ".targetVolume", "expects an object name, got " + Shown(t));
+                target = t.get<std::string>();
+                bool known = false;
+                for (const SceneEntrySpec& e : file.scene) known = known || e.object == target;
+                if (!known) Fail(where + ".targetVolume", "names \"" + target + "\", which is not in the scene");
+                params.erase("targetVolume");
+            }
+            std::set<std::string> only;
+            if (params.is_object() && params.contains("sceneObjects")) {
+                const json& list = params["sceneObjects"];
+                if (!list.is_array() || list.empty())
+                    Fail(where + ".sceneObjects", "expects a non-empty array of object names, got " + Shown(list));
+                for (const json& name : list) {
+                    bool known = false;
+                    for (const SceneEntrySpec& e : file.scene) known = known || (name.is_string() && e.object == name);
+                    if (!known) Fail(where + ".sceneObjects", "names " + Shown(name) + ", which is not in the scene");
+                    only.insert(name.get<std::string>());
+                }
+                params.erase("sceneObjects");
+            }
+            file.sceneObjects.push_back(std::move(only));
+            file.requests.push_back(ConvertParamObject(params, where));
+            file.targetVolumes.push_back(target);
+        }
+        if (top.Has("output")) {
+            const Fields out(top.Raw("output"), "output");
+            out.OnlyKnown({"byteOrder", "values"});
+            if (out.Has("byteOrder")) {
+                const std::string order = out.String("byteOrder");
+                if (order != "RGBA" && order != "BGRA") Fail("output.byteOrder", "expects \"RGBA\" or \"BGRA\", got \"" + order + "\"");
+                file.byteOrder = order == "RGBA" ? ByteOrder::Rgba : ByteOrder::Bgra;
+            }
+            file.writeValues = out.Bool("values", true);
+        }
+    } catch (const std::invalid_argument& e) {
+        throw InputError(path, e.what());
+    }
+    return file;
+}
+
+RequestFile ParseRequestFile(const std::string& path) {
+    std::error_code ec;
+    if (!fs::exists(path, ec)) throw InputError(path, "no such file");
+    if (fs::is_directory(path, ec)) throw InputError(path, "is a directory, not a request file");
+    std::ifstream in(path);
+    if (!in) throw InputError(path, "cannot open the file");
+    json document;
+    try {
+        document = json::parse(in);
+    } catch (const json::parse_error& e) {
+        throw InputError(path, std::string("not valid JSON: ") + e.what());
+    }
+    const fs::path base = fs::path(path).parent_path();
+    return ParseRequestDocument(document, path, base.empty() ? fs::path(".") : base);
+}
+
+Scene BuildScene(const RequestFile& file) {
+    Scene scene;
+    try {
+        zrobjects::SectionView view;
+        view.centre = file.image.camera.position;
+        view.viewDirection = file.image.camera.viewDirection;
+        view.up = file.image.camera.up;
+        view.pixelSpacing = PixelSpacing(file.image);
+        view.size = file.image.size;
+        scene.image = zrobjects::MakeSectionImage(view);
+        for (const auto& [key, value] : file.image.params) scene.image->SetObjParam(key, value);
+
+        // Only objects that the scene list uses (directly or as a table) are built.
+        std::set<std::string> used;
+        for (const SceneEntrySpec& e : file.scene) {
+            used.insert(e.object);
+            for (const auto& [dirName, target] : e.tables) used.insert(target);
+        }
+        for (const ObjectSpec& o : file.objects) {
+            if (!used.count(o.name)) continue;
+            const std::string where = "objects." + o.name;
+            switch (o.kind) {
+                case ObjectSpec::Kind::Volume:
+                    scene.objects[o.name] = BuildVolumeObject(o.source, where, file.baseDirectory);
+                    break;
+                case ObjectSpec::Kind::Table:
+                    scene.objects[o.name] = BuildTableObject(o.source, where, file.baseDirectory);
+                    break;
+                case ObjectSpec::Kind::Mesh:
+                    scene.objects[o.name] = BuildMeshObject(o.source, where, file.baseDirectory);
+                    break;
+            }
+        }
+        for (const SceneEntrySpec& spec : file.scene) {
+            auto object = std::static_pointer_cast<zrobjects::ZrVObject>(scene.objects.at(spec.object));
+            if (auto* volume = dynamic_cast<zrobjects::ZrVObjectVolume*>(object.get())) {
+                for (const auto& [dirName, target] : spec.tables) volume->SetTableObject(dirName, scene.objects.at(target));
+            }
+            for (const auto& [key, value] : spec.objectParams) object->SetObjParam(key, value);
+            zrobjects::SceneEntry entry;
+            entry.object = object.get();
+            entry.enabled = spec.enabled;
+            entry.colour = spec.colour;
+            entry.objectToWorld = spec.objectToWorld;
+            entry.worldToObject = glm::mat4(glm::inverse(glm::dmat4(spec.objectToWorld)));
+            entry.params = spec.params;
+            scene.entries.push_back(std::move(entry));
+        }
+    } catch (const InputError&) {
+        throw;
+    } catch (const std::invalid_argument& e) {
+        throw InputError(file.path, e.what());
+    } catch (const std::bad_alloc&) {
+        throw InputError(file.path, "not enough memory to build the scene");
+    }
+    return scene;
+}
+
+ByteOrder ResolveByteOrder(const RequestFile& file) {
+    if (file.byteOrder) return *file.byteOrder;
+    const zrobjects::ParamMap& last = file.requests.back();
+    auto source = last.find("_string_RenderingSourceType");
+    const bool mesh = source != last.end() && std::any_cast<std::string>(source->second) == "SECTIONAL_MESH";
+    if (!mesh) return ByteOrder::Rgba;
+    auto rgba = last.find("_bool_IsRGBA");
+    return rgba != last.end() && std::any_cast<bool>(rgba->second) ? ByteOrder::Rgba : ByteOrder::Bgra;
+}
+
+}  // namespace zrslice

@@ -1,0 +1,100 @@
+// Request files: one JSON document that names the image (size, camera, own
+// parameters), the objects (volumes, tables, meshes), the scene list and the
+// requests to run in order on the one image. ParseRequestFile checks the whole
+// document before anything is built; BuildScene then loads files and phantoms.
+// Every mistake is an InputError naming the file and the field, key or value.
+// docs/request-format.md describes the format.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <glm/glm.hpp>
+#include <nlohmann/json.hpp>
+
+#include "host/module_request.h"
+#include "host/zr_image.h"
+
+namespace zrslice {
+
+struct CameraSpec {
+    glm::dvec3 position{0.0};
+    glm::dvec3 viewDirection{0.0, 0.0, 1.0};
+    glm::dvec3 up{0.0, -1.0, 0.0};
+    glm::dvec2 viewExtent{256.0};  // mm covered by the image's width and height
+};
+
+struct ImageSpec {
+    glm::ivec2 size{256, 256};
+    CameraSpec camera;
+    zrobjects::ParamMap params;  // the image object's own parameters
+};
+
+// Objects are kept as their JSON description until BuildScene loads them.
+struct ObjectSpec {
+    enum class Kind { Volume, Table, Mesh };
+    std::string name;
+    Kind kind = Kind::Volume;
+    nlohmann::json source;  // the object's JSON, checked by ParseRequestFile
+};
+
+struct SceneEntrySpec {
+    std::string object;
+    bool enabled = true;
+    glm::vec3 colour{1.0f};
+    glm::mat4 objectToWorld{1.0f};
+    std::map<std::string, std::string> tables;  // directory name -> object name
+    zrobjects::ParamMap objectParams;           // set on the object itself
+    zrobjects::ParamMap params;                 // the scene entry's own
+};
+
+enum class ByteOrder { Rgba, Bgra };
+
+struct RequestFile {
+    std::string path;  // as given, for messages
+    std::filesystem::path baseDirectory;  // relative file names are taken from here
+    ImageSpec image;
+    std::vector<ObjectSpec> objects;
+    std::vector<SceneEntrySpec> scene;
+    std::vector<zrobjects::ParamMap> requests;
+    // Per request, the object named by its "targetVolume" directive (empty when
+    // none): the host writes that object's id as "_int_TargetVolumeObjectID",
+    // since ids exist only once the scene is built.
+    std::vector<std::string> targetVolumes;
+    // Per request, the objects named by its "sceneObjects" directive: only
+    // their scene entries are enabled for that request (empty: all entries).
+    std::vector<std::set<std::string>> sceneObjects;
+    // Byte order of render-out 0; unset: taken from the last request (a mesh
+    // request without "_bool_IsRGBA" true writes BGRA, everything else RGBA).
+    std::optional<ByteOrder> byteOrder;
+    bool writeValues = true;  // write the 16-bit value buffer when there is one
+};
+
+// Parses and checks a request document. `path` names it in messages and sets
+// the base directory of relative file names.
+RequestFile ParseRequestDocument(const nlohmann::json& document, const std::string& path,
+                                 const std::filesystem::path& baseDirectory);
+RequestFile ParseRequestFile(const std::string& path);
+
+// Pixel spacing (mm between pixel centres) of an image: view extent / size.
+glm::dvec2 PixelSpacing(const ImageSpec& image);
+
+// The built scene: the image, every named object, and the scene list that each
+// request is given. Owns every object the scene list points to.
+struct Scene {
+    std::shared_ptr<zrobjects::ZrIObject> image;
+    std::map<std::string, std::shared_ptr<zrobjects::ZrObject>> objects;
+    std::vector<zrobjects::SceneEntry> entries;
+};
+
+Scene BuildScene(const RequestFile& file);
+
+// The request's byte order as resolved (see RequestFile::byteOrder).
+ByteOrder ResolveByteOrder(const RequestFile& file);
+
+}  // namespace zrslice

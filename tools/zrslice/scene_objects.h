@@ -1,0 +1,39 @@
+// Builds the host objects a request file names: volumes (phantoms, image files,
+// raw files), transfer tables (window, control points, packed entries, presets)
+// and meshes (files and built-in shapes). Each builder reads the object's JSON
+// description strictly; mistakes throw std::invalid_argument naming the field,
+// and file problems throw InputError naming the file.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "host/zr_visual.h"
+
+namespace zrslice {
+
+// `where` is the object's path in the document; relative file names are taken
+// from `baseDirectory`.
+std::shared_ptr<zrobjects::ZrVObjectVolume> BuildVolumeObject(const nlohmann::json& source, const std::string& where,
+                                                              const std::filesystem::path& baseDirectory);
+std::shared_ptr<zrobjects::ZrObject> BuildTableObject(const nlohmann::json& source, const std::string& where,
+                                                      const std::filesystem::path& baseDirectory);
+std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const nlohmann::json& source, const std::string& where,
+                                                               const std::filesystem::path& baseDirectory);
+
+// The packed rows of a table description (without building the object).
+std::vector<std::vector<uint32_t>> TableRows(const nlohmann::json& source, const std::string& where,
+                                             const std::filesystem::path& baseDirectory);
+
+// Names of the table presets and of the built-in shapes, for messages and docs.
+const std::vector<std::string>& TablePresetNames();
+
+// Colour of each head label (index = label), red, green, blue in 0..1.
+glm::dvec3 LabelColour(int label);
+
+}  // namespace zrslice

@@ -1,0 +1,215 @@
+// The only file that includes ITK: image files and DICOM series through ITK's
+// readers, with the IO factories registered by hand so that only the formats we
+// link are known.
+#include <filesystem>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include <itkGDCMImageIO.h>
+#include <itkGDCMImageIOFactory.h>
+#include <itkGDCMSeriesFileNames.h>
+#include <itkImage.h>
+#include <itkImageFileReader.h>
+#include <itkImageIOFactory.h>
+#include <itkImageSeriesReader.h>
+#include <itkMetaImageIOFactory.h>
+#include <itkNiftiImageIOFactory.h>
+#include <itkNrrdImageIOFactory.h>
+
+#include "input_error.h"
+#include "volume_files.h"
+
+namespace zrslice {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void RegisterFactories() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        itk::NiftiImageIOFactory::RegisterOneFactory();
+        itk::NrrdImageIOFactory::RegisterOneFactory();
+        itk::MetaImageIOFactory::RegisterOneFactory();
+        itk::GDCMImageIOFactory::RegisterOneFactory();
+    });
+}
+
+std::string FormatName(const itk::ImageIOBase& io) {
+    const std::string name = io.GetNameOfClass();
+    if (name == "NiftiImageIO") return "NIfTI";
+    if (name == "NrrdImageIO") return "NRRD";
+    if (name == "MetaImageIO") return "MetaImage";
+    if (name == "GDCMImageIO") return "DICOM";
+    return name;
+}
+
+// The files of the first DICOM series in a directory, in slice order.
+std::vector<std::string> DicomSeriesFiles(const std::string& directory) {
+    auto names = itk::GDCMSeriesFileNames::New();
+    names->SetUseSeriesDetails(true);
+    names->SetDirectory(directory);
+    const auto& series = names->GetSeriesUIDs();
+    if (series.empty()) throw InputError(directory, "directory holds no DICOM series");
+    std::vector<std::string> files = names->GetFileNames(series.front());
+    if (files.empty()) throw InputError(directory, "DICOM series has no readable slices");
+    return files;
+}
+
+template <class Image>
+zrobjects::VolumeGeometry GeometryOf(const Image& image, const std::string& path) {
+    zrobjects::VolumeGeometry geometry;
+    const auto spacing = image.GetSpacing();
+    const auto origin = image.GetOrigin();
+    const auto direction = image.GetDirection();
+    for (int axis = 0; axis < 3; ++axis) {
+        geometry.spacing[axis] = spacing[axis];
+        geometry.origin[axis] = origin[axis];
+        for (int row = 0; row < 3; ++row) geometry.direction[axis][row] = direction[row][axis];
+        if (!(spacing[axis] > 0.0) || !std::isfinite(spacing[axis]))
+            throw InputError(path, "voxel spacing must be positive, axis " + std::to_string(axis) + " has " +
+                                       std::to_string(spacing[axis]));
+    }
+    return geometry;
+}
+
+// The pixel count and size of a file before its voxels are read.
+itk::ImageIOBase::Pointer ReadHeader(const std::string& path, std::string& format) {
+    RegisterFactories();
+    std::error_code ec;
+    if (!fs::exists(path, ec)) throw InputError(path, "no such file or directory");
+    if (fs::is_directory(path, ec)) {
+        const std::vector<std::string> files = DicomSeriesFiles(path);
+        auto io = itk::GDCMImageIO::New();
+        io->SetFileName(files.front());
+        io->ReadImageInformation();
+        io->SetDimensions(2, static_cast<unsigned>(files.size()));
+        format = "DICOM series (" + std::to_string(files.size()) + " slices)";
+        return io;
+    }
+    itk::ImageIOBase::Pointer io =
+        itk::ImageIOFactory::CreateImageIO(path.c_str(), itk::ImageIOFactory::IOFileModeEnum::ReadMode);
+    if (!io) throw InputError(path, "not a volume format this program reads (NIfTI, NRRD, MetaImage, DICOM)");
+    io->SetFileName(path);
+    io->ReadImageInformation();
+    format = FormatName(*io);
+    return io;
+}
+
+glm::ivec3 DimsOf(const itk::ImageIOBase& io, const std::string& path) {
+    const unsigned n = io.GetNumberOfDimensions();
+    if (n < 2 || n > 3) {
+        // A 4-D file with one volume is still a volume.
+        bool single = n == 4 && io.GetDimensions(3) == 1;
+        if (!single) throw InputError(path, "holds a " + std::to_string(n) + "-D image; only 2-D and 3-D images are volumes");
+    }
+    glm::ivec3 dims(1);
+    for (unsigned axis = 0; axis < std::min(n, 3u); ++axis) {
+        const auto d = io.GetDimensions(axis);
+        if (d == 0 || d > 65536) throw InputError(path, "axis " + std::to_string(axis) + " has " + std::to_string(d) + " voxels");
+        dims[static_cast<int>(axis)] = static_cast<int>(d);
+    }
+    return dims;
+}
+
+template <class T>
+std::shared_ptr<zrobjects::ZrVObjectVolume> ReadAs(const std::string& path, const glm::ivec3& expectedDims) {
+    using Image = itk::Image<T, 3>;
+    typename Image::Pointer image;
+    std::error_code ec;
+    if (fs::is_directory(path, ec)) {
+        auto reader = itk::ImageSeriesReader<Image>::New();
+        reader->SetImageIO(itk::GDCMImageIO::New());
+        reader->SetFileNames(DicomSeriesFiles(path));
+        reader->Update();
+        image = reader->GetOutput();
+    } else {
+        auto reader = itk::ImageFileReader<Image>::New();
+        reader->SetFileName(path);
+        reader->Update();
+        image = reader->GetOutput();
+    }
+    const auto size = image->GetLargestPossibleRegion().GetSize();
+    const glm::ivec3 dims(static_cast<int>(size[0]), static_cast<int>(size[1]), static_cast<int>(size[2]));
+    if (dims != expectedDims) throw InputError(path, "image size changed between header and voxels");
+    const size_t count = static_cast<size_t>(dims.x) * dims.y * dims.z;
+    std::span<const T> voxels(image->GetBufferPointer(), count);
+    try {
+        return zrobjects::MakeVolume<T>(voxels, dims, GeometryOf(*image, path));
+    } catch (const std::invalid_argument& e) {
+        throw InputError(path, e.what());
+    }
+}
+
+// What type the stored components become when the caller does not ask.
+std::optional<VoxelKind> NaturalKind(itk::IOComponentEnum type) {
+    using C = itk::IOComponentEnum;
+    switch (type) {
+        case C::CHAR: return VoxelKind::Int8;
+        case C::UCHAR: return VoxelKind::UInt8;
+        case C::SHORT: return VoxelKind::Int16;
+        case C::USHORT: return VoxelKind::UInt16;
+        case C::FLOAT:
+        case C::DOUBLE: return VoxelKind::Float32;
+        default: return std::nullopt;
+    }
+}
+
+}  // namespace
+
+VolumeFileInfo ReadVolumeFileInfo(const std::string& path) {
+    try {
+        VolumeFileInfo info;
+        auto io = ReadHeader(path, info.format);
+        info.componentType = itk::ImageIOBase::GetComponentTypeAsString(io->GetComponentType());
+        info.components = static_cast<int>(io->GetNumberOfComponents());
+        info.dims = DimsOf(*io, path);
+        const unsigned n = std::min(io->GetNumberOfDimensions(), 3u);
+        for (unsigned axis = 0; axis < n; ++axis) {
+            info.geometry.spacing[axis] = io->GetSpacing(axis);
+            info.geometry.origin[axis] = io->GetOrigin(axis);
+            const std::vector<double> column = io->GetDirection(axis);
+            for (unsigned row = 0; row < std::min<size_t>(column.size(), 3); ++row)
+                info.geometry.direction[axis][row] = column[row];
+        }
+        return info;
+    } catch (const itk::ExceptionObject& e) {
+        throw InputError(path, "cannot read: " + FirstLine(e.GetDescription()));
+    }
+}
+
+std::shared_ptr<zrobjects::ZrVObjectVolume> ReadVolumeFile(const std::string& path, std::optional<VoxelKind> as) {
+    try {
+        std::string format;
+        auto io = ReadHeader(path, format);
+        if (io->GetNumberOfComponents() != 1)
+            throw InputError(path, "has " + std::to_string(io->GetNumberOfComponents()) +
+                                       " components per voxel; only scalar volumes can be drawn");
+        const glm::ivec3 dims = DimsOf(*io, path);
+        const std::string stored = itk::ImageIOBase::GetComponentTypeAsString(io->GetComponentType());
+        const std::optional<VoxelKind> kind = as ? as : NaturalKind(io->GetComponentType());
+        if (!kind)
+            throw InputError(path, "stores " + stored +
+                                       " voxels, which the module cannot draw; give \"voxelType\" to convert them");
+        try {
+            CheckVolumeSize(dims, VoxelKindBytes(*kind));
+        } catch (const std::invalid_argument& e) {
+            throw InputError(path, e.what());
+        }
+        switch (*kind) {
+            case VoxelKind::Int8: return ReadAs<char>(path, dims);
+            case VoxelKind::UInt8: return ReadAs<unsigned char>(path, dims);
+            case VoxelKind::Int16: return ReadAs<short>(path, dims);
+            case VoxelKind::UInt16: return ReadAs<unsigned short>(path, dims);
+            case VoxelKind::Float32: return ReadAs<float>(path, dims);
+        }
+        throw InputError(path, "unknown voxel type");
+    } catch (const itk::ExceptionObject& e) {
+        throw InputError(path, "cannot read: " + FirstLine(e.GetDescription()));
+    } catch (const std::bad_alloc&) {
+        throw InputError(path, "not enough memory to read the volume");
+    }
+}
+
+}  // namespace zrslice
