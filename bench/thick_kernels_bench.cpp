@@ -1,0 +1,123 @@
+// The thick-section kernels on the fixed workloads: W2-W4 (slab maximum,
+// minimum and average of V1 on P1, 20 mm in 50 layers 0.4 mm apart, through the
+// table; items = pixels x layers) and W6 (thin curved reformation of V1 along
+// the helix; items = pixels). A shaded-compositing slab on the W2 geometry is
+// measured alongside for comparison. Argument: thread count.
+#include <benchmark/benchmark.h>
+#include <omp.h>
+
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+#include "bench/workloads.h"
+#include "volume/kernels/curved_reformation.h"
+#include "volume/kernels/slab_projection.h"
+
+namespace {
+
+constexpr float kSlabThickness = 20.0f;  // mm
+constexpr float kSlabPitch = 0.4f;       // mm, V1's smallest voxel pitch
+
+struct SlabWorkload {
+    std::shared_ptr<zrobjects::ZrVObjectVolume> volume = zrbench::VolumeV1();
+    std::shared_ptr<zrobjects::ZrObject> table = zrbench::BenchTable();
+    std::shared_ptr<zrobjects::ZrIObject> image = zrbench::MakePlaneP1Image();
+    zrvolume::SlabProjectionArgs args;
+
+    explicit SlabWorkload(int code) {
+        const zrbench::SliceGeometry geometry = zrbench::MakeSliceGeometry(*image, *volume);
+        const glm::vec3 view = glm::vec3(zrbench::PlaneP1Rotation()[2]);
+        args.volume = volume.get();
+        args.tableOwner = table.get();
+        args.image = image.get();
+        args.colourIndex = 1;
+        args.valueIndex = 0;
+        args.width = geometry.plane.width;
+        args.height = geometry.plane.height;
+        args.geometry = zrvolume::MakeSlabGeometry(geometry.plane, geometry.planeToVoxel, view, kSlabThickness,
+                                                   kSlabPitch);
+        args.projectionCode = code;
+        args.gradientMagnitude = code == 1;
+    }
+};
+
+void RunSlab(benchmark::State& state, int code) {
+    omp_set_num_threads(static_cast<int>(state.range(0)));
+    SlabWorkload workload(code);
+    if (workload.args.geometry.layerCount != 50) {
+        state.SkipWithError("the W2 geometry must have 50 layers");
+        return;
+    }
+    for (auto _ : state) {
+        const bool drawn = zrvolume::RenderSlabProjection(workload.args);
+        benchmark::DoNotOptimize(drawn);
+    }
+    const int64_t pixels = int64_t(zrbench::kPlaneP1Size.x) * zrbench::kPlaneP1Size.y;
+    state.SetItemsProcessed(state.iterations() * pixels * workload.args.geometry.layerCount);
+    state.counters["threads"] = static_cast<double>(state.range(0));
+}
+
+void W2_SlabMaximum(benchmark::State& state) { RunSlab(state, 10); }
+void W3_SlabMinimum(benchmark::State& state) { RunSlab(state, 11); }
+void W4_SlabAverage(benchmark::State& state) { RunSlab(state, 12); }
+void W2Geometry_SlabShadedCompositing(benchmark::State& state) { RunSlab(state, 1); }
+
+// W6: 512 samples of p(t) = centre + (40 cos t, 40 sin t, 30 t / pi) mm, t
+// evenly spaced in [-pi, pi], up = world z, tangent = p'(t); 512 x 512 pixels,
+// one column per sample, rows spanning 100 mm, thin.
+struct HelixWorkload {
+    std::shared_ptr<zrobjects::ZrVObjectVolume> volume = zrbench::VolumeV1();
+    std::shared_ptr<zrobjects::ZrObject> table = zrbench::BenchTable();
+    std::shared_ptr<zrobjects::ZrIObject> image = zrbench::MakePlaneP1Image();
+    std::vector<glm::vec3> points, ups, tangents;
+    zrvolume::CurvedReformationArgs args;
+
+    HelixWorkload() {
+        constexpr int kSamples = 512;
+        const glm::dvec3 centre = zrbench::VolumeV1Centre();
+        const double pi = std::numbers::pi;
+        for (int i = 0; i < kSamples; ++i) {
+            const double t = -pi + 2.0 * pi * i / (kSamples - 1);
+            points.emplace_back(centre + glm::dvec3(40.0 * std::cos(t), 40.0 * std::sin(t), 30.0 * t / pi));
+            tangents.emplace_back(-40.0 * std::sin(t), 40.0 * std::cos(t), 30.0 / pi);
+        }
+        ups.assign(kSamples, glm::vec3(0.0f, 0.0f, 1.0f));
+        const zrbench::SliceGeometry geometry = zrbench::MakeSliceGeometry(*image, *volume);
+        args.volume = volume.get();
+        args.tableOwner = table.get();
+        args.image = image.get();
+        args.colourIndex = 1;
+        args.valueIndex = 0;
+        args.width = zrbench::kPlaneP1Size.x;
+        args.height = zrbench::kPlaneP1Size.y;
+        args.curvePoints = points.data();
+        args.upVectors = ups.data();
+        args.tangents = tangents.data();
+        args.curveCount = kSamples;
+        args.worldToVoxel = geometry.planeToVoxel;
+        args.planeHeight = 100.0f;
+        args.projectionCode = 0;
+        args.thickness = 0.0f;
+        args.layerStep = kSlabPitch;
+    }
+};
+
+void W6_CurvedReformation(benchmark::State& state) {
+    omp_set_num_threads(static_cast<int>(state.range(0)));
+    HelixWorkload workload;
+    for (auto _ : state) {
+        const bool drawn = zrvolume::RenderCurvedReformation(workload.args);
+        benchmark::DoNotOptimize(drawn);
+    }
+    state.SetItemsProcessed(state.iterations() * int64_t(workload.args.width) * workload.args.height);
+    state.counters["threads"] = static_cast<double>(state.range(0));
+}
+
+}  // namespace
+
+BENCHMARK(W2_SlabMaximum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W3_SlabMinimum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W4_SlabAverage)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W2Geometry_SlabShadedCompositing)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W6_CurvedReformation)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
