@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the release preset and runs the whole test
-# suite. With ZR_SANITIZE=1 (set by CI) the suite also runs under the address and
-# undefined-behaviour sanitizers.
+# suite, then builds the asan preset and runs the suite again under the address
+# and undefined-behaviour sanitizers. ZR_SANITIZE=0 skips the second run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -14,6 +14,6 @@ run_preset() {
 }
 
 run_preset release
-if [ "${ZR_SANITIZE:-0}" = "1" ]; then
+if [ "${ZR_SANITIZE:-1}" = "1" ]; then
     run_preset asan
 fi
