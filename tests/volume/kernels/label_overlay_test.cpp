@@ -110,6 +110,18 @@ TEST(LabelOverlay, EntryChannelTwoMeetsOldByteTwoInByteZero) {
     EXPECT_EQ(Colours(*image)[1], Bytes(74, 16, 8, 255));
 }
 
+TEST(LabelOverlay, ScalesByTheFactorBeforeTheRowLength) {
+    // For label 49468 and 3000 counted entries the two multiplication orders
+    // pick neighbouring entries: factor first gives 2264, length first 2265.
+    auto volume = MakeVolumeFrom<unsigned short>({2, 2, 2}, [](int, int, int) { return 49468; });
+    auto table = MakeExactTable(1, 3000, [](int, int t) { return t == 2264 ? Entry(255, 255, 255, 255) : 0; });
+    auto image = MakeImage(2, 2);
+    Fill(*image, kOld, 0);
+    ASSERT_TRUE(RenderLabelOverlaySlice(*volume, IdentityRecord(), *image, LinePlane({0, 0, 0}, {1, 0, 0}, 2), {}, 0,
+                                        *table));
+    EXPECT_EQ(Colours(*image)[0], TintedOld(255, 255, 255));
+}
+
 TEST(LabelOverlay, OutsideAndClippedPixelsAreLeftAlone) {
     auto volume = MakeVolumeFrom<unsigned short>({3, 2, 2}, [](int, int, int) { return 1; });
     auto table = MakeExactTable(1, 65536, [](int, int t) { return OverlayEntry(t); });

@@ -124,6 +124,12 @@ TEST_F(OtfSliceLookup, LargestValueReadsIndexLOnePastTheCountedEntries) {
     EXPECT_EQ(RenderConstant(0, MakeExactTable(1, 300, NamingEntry)), NamingPixel(0));
 }
 
+TEST_F(OtfSliceLookup, ScalesByTheRowLengthBeforeTheFactor) {
+    // For 49468 and 3000 counted entries the two multiplication orders pick
+    // neighbouring entries: length first gives 2265, factor first 2264.
+    EXPECT_EQ(RenderConstant(49468, MakeExactTable(1, 3000, NamingEntry)), NamingPixel(2265));
+}
+
 TEST_F(OtfSliceLookup, ColourIsPremultipliedByOpacityAndCoverageIsSeparate) {
     auto transparent = MakeExactTable(1, 16, [](int, int) { return Entry(200, 150, 100, 0); });
     EXPECT_EQ(RenderConstant(5, transparent), Bytes(0, 0, 0, 255));
