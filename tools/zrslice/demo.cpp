@@ -102,8 +102,9 @@ const char* Glyph(char c) {
     return "...............";
 }
 
-void DrawCaption(RgbaImage& sheet, int x0, int y0, const std::string& text, int scale) {
-    for (size_t n = 0; n < text.size(); ++n) {
+void DrawCaption(RgbaImage& sheet, int x0, int y0, const std::string& text, int scale, int maxWidth) {
+    const size_t fits = static_cast<size_t>(std::max(0, maxWidth / (4 * scale)));
+    for (size_t n = 0; n < std::min(text.size(), fits); ++n) {
         const char* glyph = Glyph(text[n]);
         const size_t cells = std::char_traits<char>::length(glyph);
         for (size_t cell = 0; cell < cells && cell < 15; ++cell) {
@@ -122,6 +123,44 @@ void DrawCaption(RgbaImage& sheet, int x0, int y0, const std::string& text, int 
 }
 
 }  // namespace
+
+std::string RequestFileText(const json& document) {
+    // Indented like any JSON, but arrays that hold only numbers (or arrays of
+    // numbers) stay on one line, so vectors and matrices read as written.
+    const std::string text = document.dump(2);
+    std::string out;
+    out.reserve(text.size());
+    for (size_t k = 0; k < text.size(); ++k) {
+        if (text[k] == '[') {
+            int depth = 0;
+            size_t end = k;
+            bool plain = true;
+            for (; end < text.size(); ++end) {
+                const char c = text[end];
+                if (c == '[') ++depth;
+                if (c == ']' && --depth == 0) break;
+                if (c == '{' || c == '"') plain = false;
+            }
+            if (plain && end < text.size()) {
+                bool space = false;
+                for (size_t j = k; j <= end; ++j) {
+                    const char c = text[j];
+                    if (c == ' ' || c == '\n') {
+                        space = true;
+                        continue;
+                    }
+                    if (space && out.back() == ',') out += ' ';
+                    space = false;
+                    out += c;
+                }
+                k = end;
+                continue;
+            }
+        }
+        out += text[k];
+    }
+    return out + "\n";
+}
 
 std::vector<DemoItem> DemoItems(int size) {
     std::vector<DemoItem> items;
@@ -226,8 +265,9 @@ std::vector<DemoItem> DemoItems(int size) {
                      json::array({VolumeRequest()})));
     }
     {
-        json doc = HeadSlice("Iso-lines over an axial slice: skull boundary (yellow), ventricle boundary (cyan), "
-                             "their middle value (magenta) and the lesion (red).",
+        json doc = HeadSlice("Iso-lines over an axial slice: the outer line (1500, yellow, mostly covered by the "
+                             "later lines), the inner line (1044, cyan: skin and ventricles), the middle value "
+                             "(1272, magenta) and the iso line (1094, red: lesion and inner skull).",
                              size, Axial(20.0), "softTissue",
                              {{"_bool_DrawIsoBoundary", true},
                               {"_int_Density0", 1500},
@@ -293,7 +333,7 @@ RgbaImage ContactSheet(const std::vector<RgbaImage>& pictures, const std::vector
                 d[2] = s[2];
                 d[3] = 255;
             }
-        if (n < static_cast<int>(captions.size())) DrawCaption(sheet, x0, y0 + cellH + 4, captions[n], kScale);
+        if (n < static_cast<int>(captions.size())) DrawCaption(sheet, x0, y0 + cellH + 4, captions[n], kScale, cellW);
     }
     return sheet;
 }
@@ -313,7 +353,7 @@ void RunDemo(const std::string& folder, PluginSession& plugin, int size, bool qu
         if (!quiet) std::fprintf(stderr, "zrslice: [%zu/%zu] %s\n", n + 1, items.size(), item.name.c_str());
         const RequestFile file = ParseRequestDocument(item.document, requestPath, fs::path(folder));
         RenderOutput output = RunRequestFile(file, plugin);
-        WriteTextFile(requestPath, item.document.dump(2) + "\n");
+        WriteTextFile(requestPath, RequestFileText(item.document));
         WriteRenderOutput(output, OutputPathsFor((fs::path(folder) / (item.name + ".png")).string()));
         pictures.push_back(std::move(output.picture));
         captions.push_back(item.name);

@@ -27,6 +27,10 @@ std::vector<DemoItem> DemoItems(int size = 256);
 // one line per picture unless null.
 void RunDemo(const std::string& folder, PluginSession& plugin, int size, bool quiet);
 
+// A request document as written to disk: indented, with number arrays kept
+// on one line.
+std::string RequestFileText(const nlohmann::json& document);
+
 // Tiles pictures in rows of `columns` over a dark background, each with its
 // caption (upper-case letters, digits and '-' are drawn) under it.
 RgbaImage ContactSheet(const std::vector<RgbaImage>& pictures, const std::vector<std::string>& captions,

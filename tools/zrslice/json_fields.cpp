@@ -31,8 +31,10 @@ double NumberAt(const json& value, const std::string& where) {
 int IntAt(const json& value, const std::string& where, int low, int high) {
     if (!value.is_number_integer()) Fail(where, "expects an integer, got " + Shown(value));
     // Compare as 64-bit so that huge values are refused, not wrapped.
-    const bool fits = value.is_number_unsigned() ? value.get<uint64_t>() <= static_cast<uint64_t>(high)
-                                                 : value.get<int64_t>() >= low && value.get<int64_t>() <= high;
+    const bool fits = value.is_number_unsigned()
+                          ? value.get<uint64_t>() <= static_cast<uint64_t>(high) &&
+                                static_cast<int64_t>(value.get<uint64_t>()) >= low
+                          : value.get<int64_t>() >= low && value.get<int64_t>() <= high;
     if (!fits)
         Fail(where, "value " + value.dump() + " is out of range " + std::to_string(low) + ".." + std::to_string(high));
     return value.get<int>();

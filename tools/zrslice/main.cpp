@@ -70,7 +70,7 @@ int main(int argc, char** argv) {
         if (*render) {
             const zrslice::RequestFile file = zrslice::ParseRequestFile(requestPath);
             auto progress = [&](size_t k, size_t n, const std::string& source) {
-                if (!quiet) std::fprintf(stderr, "zrslice: request %zu/%zu %s\n", k + 1, n, source.c_str());
+                if (!quiet && n > 1) std::fprintf(stderr, "zrslice: request %zu/%zu %s\n", k + 1, n, source.c_str());
             };
             const zrslice::RenderOutput output = zrslice::RunRequestFile(file, session, progress);
             const zrslice::OutputPaths paths = zrslice::OutputPathsFor(out);

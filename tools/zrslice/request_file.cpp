@@ -36,9 +36,11 @@ ImageSpec ParseImage(const json& value) {
     image.size.y = IntAt(size[1], "image.size[1]", 1, 16384);
     // An image carries about six frame buffers of up to 4 bytes per pixel.
     const uint64_t bytes = static_cast<uint64_t>(image.size.x) * image.size.y * 4 * 6;
-    if (bytes > PhysicalMemoryBytes() / 2)
+    const uint64_t pixels = static_cast<uint64_t>(image.size.x) * image.size.y;
+    if (pixels > (uint64_t{1} << 26) || bytes > PhysicalMemoryBytes() / 2)
         Fail("image.size", std::to_string(image.size.x) + " x " + std::to_string(image.size.y) +
-                               " pixels are too large for this machine's memory");
+                               " pixels are too large (at most 67108864 pixels whose buffers fit in half of "
+                               "this machine's memory)");
 
     const Fields c(f.Raw("camera"), "image.camera");
     c.OnlyKnown({"position", "viewDirection", "up", "viewExtent"});

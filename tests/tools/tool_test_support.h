@@ -1,0 +1,81 @@
+// Scratch folders and small file writers for the command-line host's tests.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace zrslice::testing {
+
+// A fresh folder under the system's temporary folder, removed at the end.
+class ScratchFolder {
+public:
+    explicit ScratchFolder(const std::string& name) {
+        path_ = std::filesystem::temp_directory_path() / ("zrslice-test-" + name + "-" + std::to_string(getpid()));
+        std::filesystem::remove_all(path_);
+        std::filesystem::create_directories(path_);
+    }
+    ~ScratchFolder() {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+    const std::filesystem::path& Path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline void WriteBytes(const std::string& path, const std::vector<char>& bytes) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline void WriteText(const std::string& path, const std::string& text) {
+    std::ofstream out(path);
+    out << text;
+}
+
+template <class T>
+void Append(std::vector<char>& bytes, const T& value) {
+    const char* p = reinterpret_cast<const char*>(&value);
+    bytes.insert(bytes.end(), p, p + sizeof(T));
+}
+
+// A minimal single-file NIfTI-1 volume of signed 16-bit voxels with the given
+// spacing, no orientation codes (so readers place it at the origin).
+inline std::vector<char> NiftiInt16(int nx, int ny, int nz, float sx, float sy, float sz,
+                                    const std::vector<int16_t>& voxels) {
+    std::vector<char> header(352, 0);
+    auto put32 = [&](size_t at, int32_t v) { std::memcpy(&header[at], &v, 4); };
+    auto put16 = [&](size_t at, int16_t v) { std::memcpy(&header[at], &v, 2); };
+    auto putf = [&](size_t at, float v) { std::memcpy(&header[at], &v, 4); };
+    put32(0, 348);                                                    // sizeof_hdr
+    put16(40, 3);                                                     // dim[0]
+    put16(42, static_cast<int16_t>(nx));
+    put16(44, static_cast<int16_t>(ny));
+    put16(46, static_cast<int16_t>(nz));
+    put16(48, 1);
+    put16(50, 1);
+    put16(52, 1);
+    put16(70, 4);                                                     // datatype: signed short
+    put16(72, 16);                                                    // bitpix
+    putf(76, 1.0f);                                                   // pixdim[0] (qfac)
+    putf(80, sx);
+    putf(84, sy);
+    putf(88, sz);
+    putf(108, 352.0f);                                                // vox_offset
+    putf(112, 1.0f);                                                  // scl_slope
+    header[123] = 10;                                                 // xyzt_units: mm, s
+    std::memcpy(&header[344], "n+1\0", 4);                            // magic
+    std::vector<char> bytes = header;
+    for (int16_t v : voxels) Append(bytes, v);
+    return bytes;
+}
+
+}  // namespace zrslice::testing
