@@ -1,7 +1,6 @@
 #include "volume/kernels/otf_slice.h"
 
 #include <cmath>
-#include <type_traits>
 
 #include <glm/gtc/matrix_transform.hpp>
 #include <gtest/gtest.h>
@@ -43,23 +42,23 @@ TYPED_TEST(OtfSliceTyped, RampSamplesAreTruncatedNotRounded) {
     }
 }
 
-TYPED_TEST(OtfSliceTyped, NegativeSamplesTruncateTowardZeroAndWrap) {
-    if constexpr (std::is_signed_v<TypeParam>) {
-        // Voxels 0, -1, -2, ...: x = 0.7 samples -0.7, x = 1.2 samples -1.2.
-        auto volume = MakeVolumeFrom<TypeParam>({4, 2, 2}, [](int i, int, int) { return -i; });
-        auto table = MakeExactTable(1, 4096, NamingEntry);
-        auto image = MakeImage(2, 2);
-        const auto plane = LinePlane({0.7f, 0, 0}, {1.2f, 0, 0}, 2);
-        ASSERT_TRUE(RenderOtfSlice(*volume, IdentityRecord(), *image, plane, {}, 0, 0, *table));
-        EXPECT_EQ(Values(*image)[0], 0);
-        EXPECT_EQ(Colours(*image)[0], NamingPixel(0));
-        // -1 is stored as 65535, whose scaled index is L itself, one past the
-        // counted entries, unclamped.
-        EXPECT_EQ(Values(*image)[1], 65535);
-        EXPECT_EQ(Colours(*image)[1], NamingPixel(4096));
-    } else {
-        GTEST_SKIP() << "unsigned voxels have no negative samples";
-    }
+template <class T>
+class OtfSliceSigned : public ::testing::Test {};
+TYPED_TEST_SUITE(OtfSliceSigned, SignedVoxelTypes);
+
+TYPED_TEST(OtfSliceSigned, NegativeSamplesTruncateTowardZeroAndWrap) {
+    // Voxels 0, -1, -2, ...: x = 0.7 samples -0.7, x = 1.2 samples -1.2.
+    auto volume = MakeVolumeFrom<TypeParam>({4, 2, 2}, [](int i, int, int) { return -i; });
+    auto table = MakeExactTable(1, 4096, NamingEntry);
+    auto image = MakeImage(2, 2);
+    const auto plane = LinePlane({0.7f, 0, 0}, {1.2f, 0, 0}, 2);
+    ASSERT_TRUE(RenderOtfSlice(*volume, IdentityRecord(), *image, plane, {}, 0, 0, *table));
+    EXPECT_EQ(Values(*image)[0], 0);
+    EXPECT_EQ(Colours(*image)[0], NamingPixel(0));
+    // -1 is stored as 65535, whose scaled index is L itself, one past the
+    // counted entries, unclamped.
+    EXPECT_EQ(Values(*image)[1], 65535);
+    EXPECT_EQ(Colours(*image)[1], NamingPixel(4096));
 }
 
 TYPED_TEST(OtfSliceTyped, OutsideTheVolumeShowsEntryZeroWithoutCoverage) {

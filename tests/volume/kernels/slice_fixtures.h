@@ -27,6 +27,7 @@
 namespace slicetest {
 
 using IntegerVoxelTypes = ::testing::Types<char, unsigned char, short, unsigned short>;
+using SignedVoxelTypes = ::testing::Types<char, short>;
 
 template <class T, class F>
 std::shared_ptr<zrobjects::ZrVObjectVolume> MakeVolumeFrom(glm::ivec3 dims, F value,
