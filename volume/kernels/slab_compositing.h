@@ -74,13 +74,19 @@ struct CompositeAccumulator {
     float opacity = 0.0f;                   // A
 };
 
+// A coordinate limited to [0, last]; not-a-number gives 0, so a degenerate
+// point (a one-pixel image axis, a singular matrix) still reads inside the grid.
+inline float ClampedCoordinate(float v, int last) {
+    const float upper = static_cast<float>(last);
+    return v > 0.0f ? (v < upper ? v : upper) : 0.0f;
+}
+
 // The trilinear sample at `p` moved into the grid: each coordinate clamped to
 // [0, d - 1], which keeps every index (z included) inside the voxel grid.
 template <class T>
 inline float ClampedSample(const VoxelGrid<T>& grid, const glm::vec3& p) {
-    const glm::vec3 q(glm::clamp(p.x, 0.0f, static_cast<float>(grid.dims.x - 1)),
-                      glm::clamp(p.y, 0.0f, static_cast<float>(grid.dims.y - 1)),
-                      glm::clamp(p.z, 0.0f, static_cast<float>(grid.dims.z - 1)));
+    const glm::vec3 q(ClampedCoordinate(p.x, grid.dims.x - 1), ClampedCoordinate(p.y, grid.dims.y - 1),
+                      ClampedCoordinate(p.z, grid.dims.z - 1));
     return SampleTrilinear(grid, q);
 }
 

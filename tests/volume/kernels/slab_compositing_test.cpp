@@ -165,6 +165,21 @@ TEST(SlabCompositing, GradientSamplesAreClampedIntoTheVolume) {
     EXPECT_EQ(ByteOf(s.Pixel(), 3), 0u);
 }
 
+TEST(SlabCompositing, DegeneratePointsSampleTheGradientInsideTheGrid) {
+    // A one-row image puts every layer at a not-a-number point: outside, entry 0
+    // (opaque here), and a gradient that must still read inside the volume.
+    RampScene s;
+    std::vector<uint32_t> entries(zrobjects::kFullTableLength,
+                                  zrobjects::PackEntry(kFirst.c2, kFirst.c1, kFirst.c0, kFirst.opacity));
+    s.table = zrobjects::MakeTableObject({entries});
+    s.image = TargetImage(2, 1);
+    zrvolume::SlabProjectionArgs a = s.Args(3.0f, 3);
+    a.height = 1;
+    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
+    EXPECT_EQ(ByteOf(s.Pixel(), 3), 0u);
+    EXPECT_NE(s.Pixel() & 0xffffffu, 0u);  // entry 0 was composited
+}
+
 TEST(SlabCompositing, LightAcrossTheGradientLeavesOnlyAmbient) {
     RampScene s;
     zrvolume::SlabProjectionArgs a = s.Args(3.0f, 2);
