@@ -4,6 +4,9 @@
 // threads, drawing the segments into a 512 x 512 target or collecting them as
 // cross lines. Throughput is in triangles per second; the "segments" counter
 // reports how many segments one cut yields in list mode.
+//
+// M1_Request_PlaneCut times the whole "SECTIONAL_MESH" request on the same scene
+// (cross lines collected), so the work around the cut is visible next to it.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -12,10 +15,12 @@
 
 #include "bench/workloads.h"
 #include "host/mesh_builder.h"
+#include "host/module_request.h"
 #include "host/zr_camera.h"
 #include "mesh/bvh/bvh_node.h"
 #include "mesh/line_drawing.h"
 #include "mesh/plane_cut.h"
+#include "module/dispatch.h"
 #include "volume/kernels/matrix_record.h"
 
 namespace {
@@ -83,6 +88,33 @@ void M1_PlaneCutTorus(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(data.primitiveCount));
     if (crossLines) state.counters["segments"] = static_cast<double>(segments);
 }
+
+// Argument: thread count.
+void M1_Request_PlaneCut(benchmark::State& state) {
+    const M1Scene& scene = Scene();
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(static_cast<int>(state.range(0)));
+    auto image = zrbench::MakePlaneP1Image();
+    zrobjects::ModuleRequest request;
+    zrobjects::SceneEntry entry;
+    entry.object = scene.torus.get();
+    entry.colour = {1.0f, 0.8f, 0.2f};
+    request.scene.push_back(entry);
+    request.params["_string_RenderingSourceType"] = std::string("SECTIONAL_MESH");
+    request.params["_ZrIObject*_RenderOut"] = image.get();
+    request.params["_bool_IsFirstRenderer"] = true;
+    request.params["_bool_GetCrossLines"] = true;
+    for (auto _ : state) {
+        const bool done = zrmodule::DispatchRequest(request);
+        benchmark::DoNotOptimize(done);
+    }
+    omp_set_num_threads(before);
+    const auto* data = scene.torus->GetPrimitiveData();
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(data->primitiveCount));
+    state.counters["threads"] = static_cast<double>(state.range(0));
+}
+
+BENCHMARK(M1_Request_PlaneCut)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 BENCHMARK(M1_PlaneCutTorus)
     ->ArgNames({"threads", "crosslines"})

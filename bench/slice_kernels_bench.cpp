@@ -5,6 +5,9 @@
 // and the float grey slice (window and curve). Items are pixels; the contour is
 // timed only. Argument: thread count (the contour is single-threaded).
 //
+// W1 also times its plain scalar form (bench/reference_kernels.h) on the same
+// inputs, single-threaded whatever the argument, as the baseline of the speed-up.
+//
 // The mask and label volumes are derived from V1 (bone shell, dense spheres,
 // soft sphere) with V1's layout, as the mask family requires.
 #include <benchmark/benchmark.h>
@@ -13,6 +16,7 @@
 #include <span>
 #include <vector>
 
+#include "bench/reference_kernels.h"
 #include "bench/workloads.h"
 #include "host/table_builder.h"
 #include "volume/kernels/float_grey_slice.h"
@@ -20,6 +24,7 @@
 #include "volume/kernels/label_overlay.h"
 #include "volume/kernels/masked_otf_slice.h"
 #include "volume/kernels/otf_slice.h"
+#include "volume/kernels/voxel_sampling.h"
 
 namespace {
 
@@ -77,6 +82,26 @@ void W1_OtfSlice(benchmark::State& state) {
         const bool drawn = zrvolume::RenderOtfSlice(*w.volume, w.geometry.planeToVoxel, *w.image, w.geometry.plane,
                                                     {}, kColourIndex, kValueIndex, *w.table);
         benchmark::DoNotOptimize(drawn);
+    }
+    state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
+}
+
+void W1_OtfSlice_ScalarReference(benchmark::State& state) {
+    SetThreads(state);
+    ThinSliceWorkload w;
+    const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(*w.volume->GetVolumeData());
+    glm::vec3 corners[4];
+    for (int k = 0; k < 4; ++k)
+        corners[k] = zrvolume::TransformPointDouble(w.geometry.planeToVoxel, w.geometry.plane.corners[k]);
+    const zrvolume::OtfTable table = zrvolume::ReadOtfTable(*w.table);
+    zrobjects::FrameBuffer* colour = w.image->GetFrameBuffer(1, kColourIndex);
+    zrobjects::FrameBuffer* values = w.image->GetFrameBuffer(3, kValueIndex);
+    const zrreference::ReferenceTarget out{static_cast<uint32_t*>(colour->pixels),
+                                           static_cast<uint16_t*>(values->pixels), colour->width};
+    for (auto _ : state) {
+        zrreference::OtfSlice(grid, corners, w.geometry.plane.width, w.geometry.plane.height, table.rows[0],
+                              table.length, false, {}, out);
+        benchmark::DoNotOptimize(out.colour);
     }
     state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
 }
@@ -165,6 +190,7 @@ void P1_IsoContourDraw(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(W1_OtfSlice)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W1_OtfSlice_ScalarReference)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(P1_MaskedOtfSlice)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(P1_LabelOverlay)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(P1_FloatGreyWindow)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();

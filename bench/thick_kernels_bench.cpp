@@ -3,6 +3,9 @@
 // table; items = pixels x layers) and W6 (thin curved reformation of V1 along
 // the helix; items = pixels). A shaded-compositing slab on the W2 geometry is
 // measured alongside for comparison. Argument: thread count.
+//
+// W2-W4 and W6 also time their plain scalar forms (bench/reference_kernels.h)
+// on the same inputs, single-threaded, as the baseline of the speed-up.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -10,9 +13,11 @@
 #include <numbers>
 #include <vector>
 
+#include "bench/reference_kernels.h"
 #include "bench/workloads.h"
 #include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/slab_projection.h"
+#include "volume/kernels/voxel_sampling.h"
 
 namespace {
 
@@ -58,7 +63,31 @@ void RunSlab(benchmark::State& state, int code) {
     state.counters["threads"] = static_cast<double>(state.range(0));
 }
 
+zrreference::ReferenceTarget ReferenceOutput(zrobjects::ZrIObject& image) {
+    zrobjects::FrameBuffer* colour = image.GetFrameBuffer(1, 1);
+    zrobjects::FrameBuffer* values = image.GetFrameBuffer(3, 0);
+    return {static_cast<uint32_t*>(colour->pixels), static_cast<uint16_t*>(values->pixels), colour->width};
+}
+
+void RunSlabReference(benchmark::State& state, int code) {
+    SlabWorkload workload(code);
+    const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(*workload.volume->GetVolumeData());
+    const zrvolume::OtfTable table = zrvolume::ReadOtfTable(*workload.table);
+    const zrreference::ReferenceTarget out = ReferenceOutput(*workload.image);
+    for (auto _ : state) {
+        zrreference::SlabProjection(grid, workload.args.geometry, code, workload.args.width, workload.args.height,
+                                    table.rows[0], false, {}, out);
+        benchmark::DoNotOptimize(out.colour);
+    }
+    const int64_t pixels = int64_t(zrbench::kPlaneP1Size.x) * zrbench::kPlaneP1Size.y;
+    state.SetItemsProcessed(state.iterations() * pixels * workload.args.geometry.layerCount);
+    state.counters["threads"] = 1;
+}
+
 void W2_SlabMaximum(benchmark::State& state) { RunSlab(state, 10); }
+void W2_SlabMaximum_ScalarReference(benchmark::State& state) { RunSlabReference(state, 10); }
+void W3_SlabMinimum_ScalarReference(benchmark::State& state) { RunSlabReference(state, 11); }
+void W4_SlabAverage_ScalarReference(benchmark::State& state) { RunSlabReference(state, 12); }
 void W3_SlabMinimum(benchmark::State& state) { RunSlab(state, 11); }
 void W4_SlabAverage(benchmark::State& state) { RunSlab(state, 12); }
 void W2Geometry_SlabShadedCompositing(benchmark::State& state) { RunSlab(state, 1); }
@@ -114,8 +143,26 @@ void W6_CurvedReformation(benchmark::State& state) {
     state.counters["threads"] = static_cast<double>(state.range(0));
 }
 
+void W6_CurvedReformation_ScalarReference(benchmark::State& state) {
+    HelixWorkload workload;
+    const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(*workload.volume->GetVolumeData());
+    const zrvolume::OtfTable table = zrvolume::ReadOtfTable(*workload.table);
+    const zrreference::ReferenceTarget out = ReferenceOutput(*workload.image);
+    const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(workload.args);
+    for (auto _ : state) {
+        zrreference::CurvedThin(grid, workload.args, geometry, table.rows[0], table.length, false, out);
+        benchmark::DoNotOptimize(out.colour);
+    }
+    state.SetItemsProcessed(state.iterations() * int64_t(workload.args.width) * workload.args.height);
+    state.counters["threads"] = 1;
+}
+
 }  // namespace
 
+BENCHMARK(W2_SlabMaximum_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W3_SlabMinimum_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W4_SlabAverage_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W6_CurvedReformation_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W2_SlabMaximum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W3_SlabMinimum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W4_SlabAverage)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -2,8 +2,10 @@
 
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 #include "volume/kernels/float_convert.h"
+#include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/voxel_sampling.h"
@@ -119,19 +121,31 @@ inline void WriteLookedUp(const CurvedRun<T>& run, size_t index, int32_t s, bool
     run.target.colour[index] = PremultipliedPixel(entry, run.channelSwitch, covered);
 }
 
-template <class T, Reduction R>
-void CurvedColumn(const CurvedRun<T>& run, int i) {
+// The column's place on the curve and its frame, hoisted out of the row loop.
+struct ColumnFrame {
+    bool used = false;  // false: the column stays untouched
+    float lo = 0.0f;    // lateral coordinate of the top row
+    float hi = 0.0f;    // of the bottom row
+    glm::vec3 depth{0.0f};
+    glm::vec3 surface{0.0f};
+    glm::vec3 lateralStep{0.0f};
+    glm::vec3 slabFront{0.0f};
+};
+
+template <class T>
+ColumnFrame MakeColumnFrame(const CurvedRun<T>& run, int i) {
     const CurvedSectionGeometry& g = run.g;
+    ColumnFrame frame;
 
     // Curve position and lateral range of the column. W = 1 gives 0 / 0 and a
     // not-a-number u, which fails the test below: the column stays untouched.
     const float t = static_cast<float>(i) / static_cast<float>(run.width - 1);
     const float u = (1.0f - t) * g.firstColumnPosition + t * g.lastColumnPosition;
-    const float lo = (1.0f - t) * g.firstColumnTop + t * g.lastColumnTop;
-    const float hi = (1.0f - t) * g.firstColumnBottom + t * g.lastColumnBottom;
-    if (!(u >= 0.0f) || u >= static_cast<float>(run.n - 1)) return;
+    frame.lo = (1.0f - t) * g.firstColumnTop + t * g.lastColumnTop;
+    frame.hi = (1.0f - t) * g.firstColumnBottom + t * g.lastColumnBottom;
+    if (!(u >= 0.0f) || u >= static_cast<float>(run.n - 1)) return frame;
 
-    // Interpolated frame of the column, hoisted out of the row loop.
+    // Interpolated frame of the column.
     const int k = FloorToInt(u);
     const float f = u - static_cast<float>(k);
     const int k0 = glm::clamp(k, 0, run.n - 1);
@@ -143,9 +157,39 @@ void CurvedColumn(const CurvedRun<T>& run, int i) {
     glm::vec3 depth = UnitOrZero(glm::cross(upUnit, tangent));
     if (run.rightSide) depth = -depth;
 
-    const glm::vec3 surface = p + g.depthScale * depth;
-    const glm::vec3 lateralStep = g.lateralScale * upUnit;
-    const glm::vec3 slabFront = surface - (0.5f * g.slabSpan) * depth;
+    frame.used = true;
+    frame.depth = depth;
+    frame.surface = p + g.depthScale * depth;
+    frame.lateralStep = g.lateralScale * upUnit;
+    frame.slabFront = frame.surface - (0.5f * g.slabSpan) * depth;
+    return frame;
+}
+
+// The thin-section pixel of row j in column i: the point on the surface, its
+// sample rounded (+ 0.5, truncated) and looked up. A clipped point, or a row
+// outside the lateral range, leaves the pixel untouched.
+template <class T>
+inline void ThinPixel(const CurvedRun<T>& run, const ColumnFrame& frame, int i, int j, float a, float b) {
+    const float s = a * frame.lo + b * frame.hi;
+    if (!(s >= 0.0f) || s > run.g.lateralExtent) return;
+    const glm::vec3 lateral = (s - run.g.lateralCentre) * frame.lateralStep;
+    const size_t index = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch) + static_cast<size_t>(i);
+    const glm::vec3 v = TransformPoint(run.toVoxel, frame.surface + lateral);
+    if (run.clipActive && Clipped(run.clip, v)) return;
+    const bool inside = InsideGrid(v, run.grid.dims);
+    const float sample = inside ? SampleTrilinear(run.grid, v) : 0.0f;
+    WriteLookedUp(run, index, TruncateToInt32(sample + 0.5f), inside);
+}
+
+template <class T, Reduction R>
+void CurvedColumn(const CurvedRun<T>& run, int i) {
+    const CurvedSectionGeometry& g = run.g;
+    const ColumnFrame frame = MakeColumnFrame(run, i);
+    if (!frame.used) return;
+    const float lo = frame.lo, hi = frame.hi;
+    const glm::vec3 depth = frame.depth;
+    const glm::vec3 lateralStep = frame.lateralStep;
+    const glm::vec3 slabFront = frame.slabFront;
     const int middleLayer = g.lastLayer / 2;
 
     const float rows = static_cast<float>(run.height - 1);
@@ -157,11 +201,7 @@ void CurvedColumn(const CurvedRun<T>& run, int i) {
         const size_t index = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch) + static_cast<size_t>(i);
 
         if constexpr (R == Reduction::SinglePlane) {
-            const glm::vec3 v = TransformPoint(run.toVoxel, surface + lateral);
-            if (run.clipActive && Clipped(run.clip, v)) continue;  // the pixel keeps its old content
-            const bool inside = InsideGrid(v, run.grid.dims);
-            const float sample = inside ? SampleTrilinear(run.grid, v) : 0.0f;
-            WriteLookedUp(run, index, TruncateToInt32(sample + 0.5f), inside);
+            ThinPixel(run, frame, i, j, static_cast<float>(run.height - 1 - j) / rows, static_cast<float>(j) / rows);
         } else {
             const glm::vec3 base = slabFront + lateral;
             bool covered = false;
@@ -208,9 +248,77 @@ void CurvedColumn(const CurvedRun<T>& run, int i) {
     }
 }
 
+// The thin section row by row: the column frames are made once, then each row
+// draws whole lane groups of columns and the per-pixel code the rest. Same
+// pixels as the column order, with contiguous writes.
+template <class T>
+void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& volume) {
+    const int width = run.width;
+    std::vector<ColumnFrame> frames(static_cast<size_t>(width));
+    // Structure of arrays for the lanes: surface x/y/z, lateral step x/y/z, top, bottom.
+    std::vector<float> soa(static_cast<size_t>(width) * 8);
+    std::vector<int32_t> used(static_cast<size_t>(width));
+    float* column[8];
+    for (int k = 0; k < 8; ++k) column[k] = soa.data() + static_cast<size_t>(k) * width;
+    for (int i = 0; i < width; ++i) {
+        const ColumnFrame& f = frames[static_cast<size_t>(i)] = MakeColumnFrame(run, i);
+        for (int k = 0; k < 3; ++k) {
+            column[k][i] = f.surface[k];
+            column[3 + k][i] = f.lateralStep[k];
+        }
+        column[6][i] = f.lo;
+        column[7][i] = f.hi;
+        used[static_cast<size_t>(i)] = f.used ? -1 : 0;
+    }
+
+    CurvedRowJob base;
+    base.volume = volume;
+    for (int k = 0; k < 3; ++k) {
+        base.surface[k] = column[k];
+        base.lateralStep[k] = column[3 + k];
+    }
+    base.top = column[6];
+    base.bottom = column[7];
+    base.used = used.data();
+    base.centre = run.g.lateralCentre;
+    base.extent = run.g.lateralExtent;
+    for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
+    base.width = width;
+    base.length = run.otfLength;
+    base.colour.table = run.otfRow;
+    base.colour.channelSwitch = run.channelSwitch;
+
+    const float rows = static_cast<float>(run.height - 1);
+    ParallelFor(0, run.height, [&](int j) {
+        // The row's weights of the top and bottom coordinates; H = 1 gives
+        // not-a-number and skips every pixel.
+        const float a = static_cast<float>(run.height - 1 - j) / rows;
+        const float b = static_cast<float>(j) / rows;
+        CurvedRowJob job = base;
+        job.a = a;
+        job.b = b;
+        const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
+        job.colourRow = run.target.colour + rowStart;
+        job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;
+        for (int i = CurvedLanes(target, job); i < width; ++i) {
+            const ColumnFrame& frame = frames[static_cast<size_t>(i)];
+            if (frame.used) ThinPixel(run, frame, i, j, a, b);
+        }
+    });
+}
+
 template <class T, Reduction R>
 void RunColumns(const CurvedRun<T>& run) {
     if (run.width <= 0) return;
+    if constexpr (R == Reduction::SinglePlane) {
+        const SimdTarget target = ActiveSimdTarget();
+        LaneVolume volume;
+        if (target != SimdTarget::Baseline && !run.clipActive && run.width >= 2 &&
+            MakeLaneVolume(run.grid, volume)) {
+            RunThinRows(run, target, volume);
+            return;
+        }
+    }
     if (run.width == 1) {
         CurvedColumn<T, R>(run, 0);
         return;

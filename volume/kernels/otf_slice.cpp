@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "volume/kernels/float_convert.h"
+#include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
@@ -28,6 +29,12 @@ struct OtfSliceContext {
     float length = 0.0f;
     bool channelSwitch = false;
     SliceClipState clip;
+    // Vector path: taken when a vector target is active, nothing is clipped and
+    // the storage allows the lane reads; `lanes` holds the per-call part of the
+    // row job.
+    SimdTarget target = SimdTarget::Baseline;
+    bool useLanes = false;
+    OtfSliceRowJob lanes;
 };
 
 template <class T>
@@ -35,7 +42,19 @@ void RenderOtfSliceRow(const OtfSliceContext<T>& c, int y) {
     const SliceRow ends = RowEnds(c.corners, y, c.height);
     uint32_t* __restrict colourRow = c.colour + static_cast<ptrdiff_t>(y) * c.pitch;
     uint16_t* __restrict valueRow = c.value ? c.value + static_cast<ptrdiff_t>(y) * c.pitch : nullptr;
-    for (int x = 0; x < c.width; ++x) {
+    int x = 0;
+    if (c.useLanes) {
+        // Whole lane groups first; the loop below draws the remaining pixels.
+        OtfSliceRowJob job = c.lanes;
+        for (int k = 0; k < 3; ++k) {
+            job.start[k] = ends.start[k];
+            job.end[k] = ends.end[k];
+        }
+        job.colourRow = colourRow;
+        job.valueRow = valueRow;
+        x = OtfSliceLanes(c.target, job);
+    }
+    for (; x < c.width; ++x) {
         const glm::vec3 p = PixelPoint(ends, x, c.width);
         if (Clipped(c.clip, p)) continue;  // a clipped pixel keeps what the buffers held
         // Outside the volume the sample counts as 0 and still goes through the
@@ -89,6 +108,15 @@ bool RenderOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16& plan
     // Nobody changes the switch during a render, so one read serves every pixel.
     c.channelSwitch = ChannelOrderSwitch(ChannelOrderFamily::OtfSlice);
     c.clip = clip;
+    c.target = ActiveSimdTarget();
+    if (c.target != SimdTarget::Baseline && !clip.clipBox && !clip.clipPlane &&
+        MakeLaneVolume(c.grid, c.lanes.volume)) {
+        c.useLanes = true;
+        c.lanes.width = c.width;
+        c.lanes.length = c.length;
+        c.lanes.colour.table = c.row0;
+        c.lanes.colour.channelSwitch = c.channelSwitch;
+    }
 
     ParallelFor(0, c.height, [&c](int y) { RenderOtfSliceRow(c, y); });
     return true;

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "volume/kernels/float_convert.h"
+#include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/voxel_sampling.h"
@@ -63,6 +64,11 @@ struct SlabRun {
     int height = 0;
     bool channelSwitch = false;
     CompositingShading shading;
+    // Vector path of the three reductions: taken when a vector target is
+    // active, nothing is clipped and the storage allows the lane reads.
+    SimdTarget simd = SimdTarget::Baseline;
+    bool useLanes = false;
+    SlabRowJob lanes;
 };
 
 template <class T, Reduction R>
@@ -78,7 +84,21 @@ void SlabProjectionRow(const SlabRun<T>& run, int r) {
     uint32_t* colourRow = run.target.colour + static_cast<ptrdiff_t>(r) * run.target.pitch;
     uint16_t* valueRow = run.target.values ? run.target.values + static_cast<ptrdiff_t>(r) * run.target.pitch : nullptr;
 
-    for (int c = 0; c < run.width; ++c) {
+    int c = 0;
+    if constexpr (R != Reduction::Compositing) {
+        if (run.useLanes) {
+            // Whole lane groups first; the loop below draws the remaining pixels.
+            SlabRowJob job = run.lanes;
+            for (int k = 0; k < 3; ++k) {
+                job.left[k] = left[k];
+                job.right[k] = right[k];
+            }
+            job.colourRow = colourRow;
+            job.valueRow = valueRow;
+            c = SlabLanes(run.simd, job);
+        }
+    }
+    for (; c < run.width; ++c) {
         const float s = static_cast<float>(c) / static_cast<float>(run.width - 1);
         glm::vec3 x = (1.0f - s) * left + s * right;
 
@@ -158,6 +178,18 @@ bool RenderSlabProjectionRows(const SlabProjectionArgs& args, const OtfTable& ta
     run.width = args.width;
     run.height = args.height;
     run.channelSwitch = ChannelOrderSwitch(ChannelOrderFamily::SlabProjection);
+    run.simd = ActiveSimdTarget();
+    if (run.simd != SimdTarget::Baseline && !run.clipActive && MakeLaneVolume(run.grid, run.lanes.volume)) {
+        run.useLanes = true;
+        for (int k = 0; k < 3; ++k) run.lanes.step[k] = args.geometry.layerStep[k];
+        run.lanes.layers = args.geometry.layerCount;
+        run.lanes.width = args.width;
+        run.lanes.reduction = args.projectionCode == 10   ? LaneReduction::Maximum
+                              : args.projectionCode == 11 ? LaneReduction::Minimum
+                                                          : LaneReduction::Average;
+        run.lanes.colour.table = run.otfRow;
+        run.lanes.colour.channelSwitch = run.channelSwitch;
+    }
 
     switch (args.projectionCode) {
         case 0:

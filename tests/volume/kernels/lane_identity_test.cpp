@@ -1,0 +1,231 @@
+// The vectorised paths of the thin-slice, slab and curved kernels against their
+// plain scalar forms (bench/reference_kernels.h): the same bytes in the colour
+// and value buffers on every instruction-set target this processor offers, at
+// one and at two threads, for every integer voxel type. The scenes are small
+// but have what the full workloads have: oblique planes that leave the volume
+// on every side (clamped and edge cells), rows that are not a multiple of the
+// lane count, negative voxels for the signed types, a table whose every entry
+// differs.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "bench/reference_kernels.h"
+#include "slice_fixtures.h"
+#include "volume/kernels/curved_reformation.h"
+#include "volume/kernels/otf_slice.h"
+#include "volume/kernels/simd_dispatch.h"
+#include "volume/kernels/slab_projection.h"
+#include "volume/kernels/voxel_sampling.h"
+
+namespace {
+
+using slicetest::ChannelSwitch;
+using slicetest::ThreadCount;
+
+constexpr glm::ivec3 kDims{37, 29, 23};
+constexpr int kWidth = 61;   // neither a multiple of 8 nor of 16
+constexpr int kHeight = 45;
+
+// Voxel values spread over the type's range (negative ones for the signed
+// types): a hashed texture on top of a ramp, so that neighbouring corners differ.
+template <class T>
+int VoxelValue(int i, int j, int k) {
+    const int hash = (i * 73 + j * 151 + k * 211 + i * j * 7 + j * k * 3) % 997;
+    if constexpr (sizeof(T) == 1) {
+        return static_cast<T>(-1) < T(0) ? hash % 256 - 128 : hash % 256;
+    } else {
+        return static_cast<T>(-1) < T(0) ? hash * 61 - 30000 + i * 5 : hash * 65 + i * 3;
+    }
+}
+
+// Every entry distinct, with varied opacity, over the full padded row.
+std::shared_ptr<zrobjects::ZrObject> DistinctTable(int counted) {
+    return slicetest::MakeExactTable(1, counted, [](int, int t) {
+        return slicetest::Entry(t & 0xff, (t * 7) & 0xff, (t * 13 + 5) & 0xff, (t * 29 + 17) & 0xff);
+    });
+}
+
+const uint32_t* TableRow(zrobjects::ZrObject& owner) { return zrvolume::ReadOtfTable(owner).rows[0]; }
+
+struct Buffers {
+    std::vector<uint32_t> colour;
+    std::vector<uint16_t> values;
+};
+
+// Fills the image's colour buffer 0 and value buffer 0 with a pattern (so that
+// untouched pixels are compared too), runs `render`, and returns them.
+template <class Render>
+Buffers RenderInto(zrobjects::ZrIObject& image, Render render) {
+    slicetest::Fill(image, 0x5a5a5a5au, 0xa5a5);
+    render();
+    const size_t n = static_cast<size_t>(image.Width()) * image.Height();
+    return {{slicetest::Colours(image), slicetest::Colours(image) + n},
+            {slicetest::Values(image), slicetest::Values(image) + n}};
+}
+
+template <class Reference>
+Buffers ReferenceInto(int width, int height, Reference reference) {
+    Buffers out;
+    out.colour.assign(static_cast<size_t>(width) * height, 0x5a5a5a5au);
+    out.values.assign(static_cast<size_t>(width) * height, 0xa5a5);
+    reference(zrreference::ReferenceTarget{out.colour.data(), out.values.data(), width});
+    return out;
+}
+
+// Runs `render` on every target at one and two threads and compares with `expected`.
+template <class Render>
+void ExpectSameOnEveryPath(zrobjects::ZrIObject& image, const Buffers& expected, Render render) {
+    for (zrvolume::SimdTarget target : zrvolume::SupportedSimdTargets()) {
+        zrvolume::ForceSimdTarget(target);
+        for (int threads : {1, 2}) {
+            ThreadCount count(threads);
+            const Buffers got = RenderInto(image, render);
+            SCOPED_TRACE(std::string(zrvolume::SimdTargetName(target)) + " at " + std::to_string(threads) +
+                         " threads");
+            EXPECT_EQ(got.colour, expected.colour);
+            EXPECT_EQ(got.values, expected.values);
+        }
+    }
+    zrvolume::ForceSimdTarget(std::nullopt);
+}
+
+template <class T>
+class LaneIdentityTest : public ::testing::Test {};
+TYPED_TEST_SUITE(LaneIdentityTest, slicetest::IntegerVoxelTypes);
+
+TYPED_TEST(LaneIdentityTest, OtfSliceMatchesScalarForm) {
+    using T = TypeParam;
+    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
+    auto table = DistinctTable(300);
+    auto image = slicetest::MakeImage(kWidth, kHeight);
+    // Oblique, leaving the grid across every face.
+    const zrvolume::SlicePlane plane = slicetest::PlaneFromCorners(
+        {-2.3f, -1.7f, -1.2f}, {39.1f, 3.4f, 11.9f}, {1.6f, 31.2f, 13.3f}, {38.4f, 30.1f, 24.6f}, kWidth, kHeight);
+    const zrvolume::Matrix16 planeToVoxel = slicetest::IdentityRecord();
+    const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
+    glm::vec3 corners[4];
+    for (int k = 0; k < 4; ++k) corners[k] = zrvolume::TransformPointDouble(planeToVoxel, plane.corners[k]);
+
+    for (bool channelSwitch : {false, true}) {
+        ChannelSwitch order(zrvolume::ChannelOrderFamily::OtfSlice, channelSwitch);
+        const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
+            zrreference::OtfSlice(grid, corners, kWidth, kHeight, TableRow(*table), 300.0f, channelSwitch, {}, out);
+        });
+        ExpectSameOnEveryPath(*image, expected, [&] {
+            ASSERT_TRUE(zrvolume::RenderOtfSlice(*volume, planeToVoxel, *image, plane, {}, 0, 0, *table));
+        });
+    }
+}
+
+TYPED_TEST(LaneIdentityTest, OtfSliceWithClipPlaneMatchesScalarForm) {
+    using T = TypeParam;
+    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
+    auto table = DistinctTable(4096);
+    auto image = slicetest::MakeImage(kWidth, kHeight);
+    const zrvolume::SlicePlane plane = slicetest::PlaneFromCorners(
+        {0.2f, 0.1f, 3.5f}, {36.0f, 2.0f, 8.0f}, {0.5f, 28.0f, 12.0f}, {35.5f, 27.5f, 20.0f}, kWidth, kHeight);
+    zrvolume::SliceClipState clip;
+    clip.clipPlane = true;
+    clip.planePoint = glm::vec3(18.0f, 14.0f, 11.0f);
+    clip.planeNormal = glm::vec3(0.6f, -0.8f, 0.0f);
+    const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
+    glm::vec3 corners[4];
+    for (int k = 0; k < 4; ++k) corners[k] = plane.corners[k];
+
+    const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
+        zrreference::OtfSlice(grid, corners, kWidth, kHeight, TableRow(*table), 4096.0f, false, clip, out);
+    });
+    ExpectSameOnEveryPath(*image, expected, [&] {
+        ASSERT_TRUE(zrvolume::RenderOtfSlice(*volume, slicetest::IdentityRecord(), *image, plane, clip, 0, 0, *table));
+    });
+}
+
+TYPED_TEST(LaneIdentityTest, SlabReductionsMatchScalarForm) {
+    using T = TypeParam;
+    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
+    auto table = DistinctTable(4096);
+    auto image = slicetest::MakeImage(kWidth, kHeight);
+    zrvolume::SlabGeometry geometry;
+    geometry.topLeft = {-1.9f, -2.2f, -3.1f};
+    geometry.topRight = {38.3f, 1.4f, 2.7f};
+    geometry.bottomLeft = {2.1f, 30.6f, 6.2f};
+    geometry.bottomRight = {37.2f, 29.9f, 10.4f};
+    geometry.layerStep = {0.31f, -0.47f, 1.13f};
+    geometry.layerCount = 19;
+    const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
+
+    for (int code : {10, 11, 12}) {
+        SCOPED_TRACE("projection code " + std::to_string(code));
+        zrvolume::SlabProjectionArgs args;
+        args.volume = volume.get();
+        args.tableOwner = table.get();
+        args.image = image.get();
+        args.colourIndex = 0;
+        args.valueIndex = 0;
+        args.width = kWidth;
+        args.height = kHeight;
+        args.geometry = geometry;
+        args.projectionCode = code;
+        const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
+            zrreference::SlabProjection(grid, geometry, code, kWidth, kHeight, TableRow(*table), false, {}, out);
+        });
+        ExpectSameOnEveryPath(*image, expected, [&] { ASSERT_TRUE(zrvolume::RenderSlabProjection(args)); });
+    }
+}
+
+TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
+    using T = TypeParam;
+    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
+    auto table = DistinctTable(1000);
+    auto image = slicetest::MakeImage(kWidth, kHeight);
+    // An arc through the volume, partly outside it, in voxel coordinates.
+    std::vector<glm::vec3> points, ups, tangents;
+    for (int i = 0; i < 23; ++i) {
+        const float t = -1.2f + 2.4f * static_cast<float>(i) / 22.0f;
+        points.emplace_back(18.0f + 21.0f * std::sin(t), 14.0f + 12.0f * std::cos(t), 11.0f + 4.0f * t);
+        tangents.emplace_back(21.0f * std::cos(t), -12.0f * std::sin(t), 4.0f);
+        ups.emplace_back(0.1f * t, 0.2f, 1.0f);
+    }
+    zrvolume::CurvedReformationArgs args;
+    args.volume = volume.get();
+    args.tableOwner = table.get();
+    args.image = image.get();
+    args.colourIndex = 0;
+    args.valueIndex = 0;
+    args.width = kWidth;
+    args.height = kHeight;
+    args.curvePoints = points.data();
+    args.upVectors = ups.data();
+    args.tangents = tangents.data();
+    args.curveCount = static_cast<int>(points.size());
+    args.worldToVoxel = slicetest::IdentityRecord();
+    args.planeHeight = 30.0f;
+    args.halfThickness = 1.5f;
+    const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(args);
+    const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
+
+    for (bool rightSide : {false, true}) {
+        args.rightSide = rightSide;
+        const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
+            zrreference::CurvedThin(grid, args, geometry, TableRow(*table), 1000.0f, false, out);
+        });
+        ExpectSameOnEveryPath(*image, expected, [&] { ASSERT_TRUE(zrvolume::RenderCurvedReformation(args)); });
+    }
+}
+
+// The forced target is what the kernels report, capped at what the processor offers.
+TEST(SimdDispatchTest, ForcedTargetIsCappedAndReleased) {
+    const std::vector<zrvolume::SimdTarget> supported = zrvolume::SupportedSimdTargets();
+    ASSERT_FALSE(supported.empty());
+    EXPECT_EQ(supported.front(), zrvolume::SimdTarget::Baseline);
+    zrvolume::ForceSimdTarget(zrvolume::SimdTarget::Baseline);
+    EXPECT_EQ(zrvolume::ActiveSimdTarget(), zrvolume::SimdTarget::Baseline);
+    zrvolume::ForceSimdTarget(zrvolume::SimdTarget::Avx512);
+    EXPECT_EQ(zrvolume::ActiveSimdTarget(), supported.back());
+    zrvolume::ForceSimdTarget(std::nullopt);
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+// The lane row loops (lane_kernels.inc) compiled for AVX2: 8 lanes, masks as
+// all-ones lanes, masked gathers; the 16-bit masked store merges with the old
+// contents. Only called after the run-time check in simd_dispatch.cpp.
+#include <cstdint>
+#include <type_traits>
+
+#include "volume/kernels/lane_rows.h"
+#include "volume/kernels/otf_lookup.h"
+
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(_WIN32)
+#define ZR_LANES_AVX2 1
+#include <immintrin.h>
+#endif
+
+namespace zrvolume::lanes_avx2 {
+
+#ifdef ZR_LANES_AVX2
+#pragma GCC push_options
+// GCC 12 flags the deliberately undefined source operand inside its own
+// AVX-512 shift intrinsics (_mm512_undefined_epi32) as maybe-uninitialised.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC target("avx2")
+
+namespace {
+
+struct Ops {
+    static constexpr int N = 8;
+    using F = __m256;
+    using I = __m256i;
+    using M = __m256i;  // all ones in a selected lane
+
+    static F SetF(float v) { return _mm256_set1_ps(v); }
+    static I SetI(int v) { return _mm256_set1_epi32(v); }
+    static I Iota() { return _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7); }
+    static F LoadF(const float* p) { return _mm256_loadu_ps(p); }
+    static I LoadI(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+
+    static F Add(F a, F b) { return _mm256_add_ps(a, b); }
+    static F Sub(F a, F b) { return _mm256_sub_ps(a, b); }
+    static F Mul(F a, F b) { return _mm256_mul_ps(a, b); }
+    static F Div(F a, F b) { return _mm256_div_ps(a, b); }
+    static F MaxF(F a, F b) { return _mm256_max_ps(a, b); }  // a > b ? a : b
+    static F MinF(F a, F b) { return _mm256_min_ps(a, b); }  // a < b ? a : b
+    static I Cvtt(F v) { return _mm256_cvttps_epi32(v); }    // INT32_MIN when out of range
+    static F CvtF(I v) { return _mm256_cvtepi32_ps(v); }
+
+    static M Lt(F a, F b) { return _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_LT_OQ)); }
+    static M Gt(F a, F b) { return _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_GT_OQ)); }
+    static M Ge(F a, F b) { return _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_GE_OQ)); }
+    static M Le(F a, F b) { return _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_LE_OQ)); }
+    static M LtI(I a, I b) { return _mm256_cmpgt_epi32(b, a); }
+    static M EqI(I a, I b) { return _mm256_cmpeq_epi32(a, b); }
+    static M NegativeLanes(I v) { return _mm256_srai_epi32(v, 31); }
+    static M And(M a, M b) { return _mm256_and_si256(a, b); }
+    static M Or(M a, M b) { return _mm256_or_si256(a, b); }
+    static M NoLanes() { return _mm256_setzero_si256(); }
+    static bool Any(M m) { return !_mm256_testz_si256(m, m); }
+    static F SelF(M m, F a, F b) { return _mm256_blendv_ps(b, a, _mm256_castsi256_ps(m)); }
+    static I SelI(M m, I a, I b) { return _mm256_blendv_epi8(b, a, m); }
+
+    static I AddI(I a, I b) { return _mm256_add_epi32(a, b); }
+    static I SubI(I a, I b) { return _mm256_sub_epi32(a, b); }
+    static I MulI(I a, I b) { return _mm256_mullo_epi32(a, b); }
+    static I AndI(I a, I b) { return _mm256_and_si256(a, b); }
+    static I OrI(I a, I b) { return _mm256_or_si256(a, b); }
+    static I MinI(I a, I b) { return _mm256_min_epi32(a, b); }
+    static I MaxI(I a, I b) { return _mm256_max_epi32(a, b); }
+    template <int n>
+    static I SllI(I v) {
+        if constexpr (n == 0) return v;
+        else return _mm256_slli_epi32(v, n);
+    }
+    template <int n>
+    static I SrlI(I v) { return _mm256_srli_epi32(v, n); }
+    template <int n>
+    static I SraI(I v) { return _mm256_srai_epi32(v, n); }
+
+    static I Gather(M m, const unsigned char* base, I offset) {
+        return _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), reinterpret_cast<const int*>(base), offset, m, 1);
+    }
+    static I GatherTable(const uint32_t* table, I index) {
+        return _mm256_i32gather_epi32(reinterpret_cast<const int*>(table), index, 4);
+    }
+
+    // Low 16 bits of each lane (the values are already masked to 16 bits, so
+    // the saturating pack keeps them), lanes 0..7 in order.
+    static __m128i Narrow16(I v) {
+        return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packus_epi32(v, v), 0x08));
+    }
+    static void StoreU32(uint32_t* p, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+    static void StoreU16(uint16_t* p, I v) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff))));
+    }
+    static void StoreU32Masked(M m, uint32_t* p, I v) { _mm256_maskstore_epi32(reinterpret_cast<int*>(p), m, v); }
+    static void StoreU16Masked(M m, uint16_t* p, I v) {
+        const __m128i keep = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i mask16 = _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packs_epi32(m, m), 0x08));
+        const __m128i fresh = Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_blendv_epi8(keep, fresh, mask16));
+    }
+};
+
+#include "volume/kernels/lane_kernels.inc"
+
+}  // namespace
+
+int OtfSliceRow(const OtfSliceRowJob& job) { return OtfSliceRowLanes(job); }
+int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
+int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
+
+#pragma GCC diagnostic pop
+#pragma GCC pop_options
+#else
+// No vector path on this target: the per-pixel loops draw every pixel.
+int OtfSliceRow(const OtfSliceRowJob&) { return 0; }
+int SlabRow(const SlabRowJob&) { return 0; }
+int CurvedRow(const CurvedRowJob&) { return 0; }
+#endif
+
+}  // namespace zrvolume::lanes_avx2

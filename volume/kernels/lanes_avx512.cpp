@@ -1,0 +1,111 @@
+// The lane row loops (lane_kernels.inc) compiled for AVX-512 (F, BW, DQ, VL):
+// 16 lanes, mask registers, masked gathers and stores. Only called after the
+// run-time check in simd_dispatch.cpp.
+#include <cstdint>
+#include <type_traits>
+
+#include "volume/kernels/lane_rows.h"
+#include "volume/kernels/otf_lookup.h"
+
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(_WIN32)
+#define ZR_LANES_AVX512 1
+#include <immintrin.h>
+#endif
+
+namespace zrvolume::lanes_avx512 {
+
+#ifdef ZR_LANES_AVX512
+#pragma GCC push_options
+// GCC 12 flags the deliberately undefined source operand inside its own
+// AVX-512 shift intrinsics (_mm512_undefined_epi32) as maybe-uninitialised.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC target("avx512f,avx512bw,avx512dq,avx512vl,avx2,bmi2")
+
+namespace {
+
+struct Ops {
+    static constexpr int N = 16;
+    using F = __m512;
+    using I = __m512i;
+    using M = __mmask16;
+
+    static F SetF(float v) { return _mm512_set1_ps(v); }
+    static I SetI(int v) { return _mm512_set1_epi32(v); }
+    static I Iota() { return _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15); }
+    static F LoadF(const float* p) { return _mm512_loadu_ps(p); }
+    static I LoadI(const int32_t* p) { return _mm512_loadu_si512(p); }
+
+    static F Add(F a, F b) { return _mm512_add_ps(a, b); }
+    static F Sub(F a, F b) { return _mm512_sub_ps(a, b); }
+    static F Mul(F a, F b) { return _mm512_mul_ps(a, b); }
+    static F Div(F a, F b) { return _mm512_div_ps(a, b); }
+    static F MaxF(F a, F b) { return _mm512_max_ps(a, b); }  // a > b ? a : b
+    static F MinF(F a, F b) { return _mm512_min_ps(a, b); }  // a < b ? a : b
+    static I Cvtt(F v) { return _mm512_cvttps_epi32(v); }    // INT32_MIN when out of range
+    static F CvtF(I v) { return _mm512_cvtepi32_ps(v); }
+
+    static M Lt(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_LT_OQ); }
+    static M Gt(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_GT_OQ); }
+    static M Ge(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_GE_OQ); }
+    static M Le(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_LE_OQ); }
+    static M LtI(I a, I b) { return _mm512_cmplt_epi32_mask(a, b); }
+    static M EqI(I a, I b) { return _mm512_cmpeq_epi32_mask(a, b); }
+    static M NegativeLanes(I v) { return _mm512_movepi32_mask(v); }
+    static M And(M a, M b) { return static_cast<M>(a & b); }
+    static M Or(M a, M b) { return static_cast<M>(a | b); }
+    static M NoLanes() { return 0; }
+    static bool Any(M m) { return m != 0; }
+    static F SelF(M m, F a, F b) { return _mm512_mask_blend_ps(m, b, a); }
+    static I SelI(M m, I a, I b) { return _mm512_mask_blend_epi32(m, b, a); }
+
+    static I AddI(I a, I b) { return _mm512_add_epi32(a, b); }
+    static I SubI(I a, I b) { return _mm512_sub_epi32(a, b); }
+    static I MulI(I a, I b) { return _mm512_mullo_epi32(a, b); }
+    static I AndI(I a, I b) { return _mm512_and_si512(a, b); }
+    static I OrI(I a, I b) { return _mm512_or_si512(a, b); }
+    static I MinI(I a, I b) { return _mm512_min_epi32(a, b); }
+    static I MaxI(I a, I b) { return _mm512_max_epi32(a, b); }
+    template <int n>
+    static I SllI(I v) {
+        if constexpr (n == 0) return v;
+        else return _mm512_slli_epi32(v, n);
+    }
+    template <int n>
+    static I SrlI(I v) { return _mm512_srli_epi32(v, n); }
+    template <int n>
+    static I SraI(I v) { return _mm512_srai_epi32(v, n); }
+
+    // 32-bit loads at base + offset (bytes) for the active lanes, 0 elsewhere.
+    static I Gather(M m, const unsigned char* base, I offset) {
+        return _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), m, offset, base, 1);
+    }
+    static I GatherTable(const uint32_t* table, I index) { return _mm512_i32gather_epi32(index, table, 4); }
+
+    static void StoreU32(uint32_t* p, I v) { _mm512_storeu_si512(p, v); }
+    static void StoreU16(uint16_t* p, I v) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_cvtepi32_epi16(v));
+    }
+    static void StoreU32Masked(M m, uint32_t* p, I v) { _mm512_mask_storeu_epi32(p, m, v); }
+    static void StoreU16Masked(M m, uint16_t* p, I v) { _mm256_mask_storeu_epi16(p, m, _mm512_cvtepi32_epi16(v)); }
+};
+
+#include "volume/kernels/lane_kernels.inc"
+
+}  // namespace
+
+int OtfSliceRow(const OtfSliceRowJob& job) { return OtfSliceRowLanes(job); }
+int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
+int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
+
+#pragma GCC diagnostic pop
+#pragma GCC pop_options
+#else
+// No vector path on this target: the per-pixel loops draw every pixel.
+int OtfSliceRow(const OtfSliceRowJob&) { return 0; }
+int SlabRow(const SlabRowJob&) { return 0; }
+int CurvedRow(const CurvedRowJob&) { return 0; }
+#endif
+
+}  // namespace zrvolume::lanes_avx512
