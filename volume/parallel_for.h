@@ -1,8 +1,10 @@
-// The one helper that spreads a row (or column) loop of the volume kernels over
-// threads. A kernel states what one iteration computes; this decides how the
-// iterations are scheduled. Each iteration must write only its own pixels, so
-// results never depend on the thread count.
+// The one helper that spreads the row (or column) loops of the volume kernels
+// over threads. A kernel states what one iteration computes; this decides how
+// the iterations are scheduled. Each iteration must write only its own pixels,
+// so results never depend on the thread count.
 #pragma once
+
+#include <algorithm>
 
 namespace zrvolume {
 
@@ -17,6 +19,23 @@ void ParallelFor(int begin, int end, const Body& body) {
     // Dynamic scheduling: oblique planes make rows of very different cost.
 #pragma omp parallel for schedule(dynamic, 1)
     for (int i = begin; i < end; ++i) body(i);
+}
+
+// An image in vertical strips of `stripWidth` columns: body(row, from, to)
+// draws columns from .. to - 1 of a row, every strip runs its rows top to
+// bottom, and the strips are spread over the threads. Neighbouring rows of an
+// oblique section read nearly the same voxels, so a narrow strip finds the
+// previous row's cache lines still in the core's cache, where a whole row of a
+// large image would have pushed them out.
+template <class Body>
+void ParallelForStrips(int width, int height, int stripWidth, const Body& body) {
+    if (width <= 0 || height <= 0) return;
+    const int strips = (width + stripWidth - 1) / stripWidth;
+    ParallelFor(0, strips, [&](int strip) {
+        const int from = strip * stripWidth;
+        const int to = std::min(width, from + stripWidth);
+        for (int y = 0; y < height; ++y) body(y, from, to);
+    });
 }
 
 }  // namespace zrvolume

@@ -2,10 +2,11 @@
 // records so that the per-instruction-set files need nothing but intrinsics.
 //
 // Each loop computes whole groups of lanes (16 pixels with AVX-512, 8 with AVX2)
-// and returns how many pixels it drew from the start of the row; the caller's
-// per-pixel code draws the rest. A lane does exactly what the per-pixel code
-// does, in the same order (trilinear corners 0..7, weights (wx * wy) * wz, no
-// fused multiply-add), so both give the same bytes.
+// and returns where it stopped; the caller's per-pixel code draws the rest. The
+// thin-slice and slab loops draw pixels from .. to - 1 of their row (a strip of
+// the image), the curved loop the whole row from its start. A lane does exactly
+// what the per-pixel code does, in the same order (trilinear corners 0..7,
+// weights (wx * wy) * wz, no fused multiply-add), so both give the same bytes.
 //
 // Voxels are read through byte offsets from one base pointer. A 32-bit load at
 // corner x0 brings x0 and x0 + 1 together (one gather per corner pair); LaneVolume
@@ -81,6 +82,8 @@ struct OtfSliceRowJob {
     float start[3];
     float end[3];
     int width = 0;
+    int from = 0;  // pixels drawn: from .. to - 1
+    int to = 0;
     float length = 0.0f;  // the scaled lookup's L
     LaneColour colour;
     uint32_t* colourRow = nullptr;
@@ -98,6 +101,8 @@ struct SlabRowJob {
     float step[3];
     int layers = 0;
     int width = 0;
+    int from = 0;  // pixels drawn: from .. to - 1
+    int to = 0;
     LaneReduction reduction = LaneReduction::Maximum;
     LaneColour colour;
     uint32_t* colourRow = nullptr;

@@ -37,15 +37,18 @@ struct OtfSliceContext {
     OtfSliceRowJob lanes;
 };
 
+// Columns from .. to - 1 of row y.
 template <class T>
-void RenderOtfSliceRow(const OtfSliceContext<T>& c, int y) {
+void RenderOtfSliceSpan(const OtfSliceContext<T>& c, int y, int from, int to) {
     const SliceRow ends = RowEnds(c.corners, y, c.height);
     uint32_t* __restrict colourRow = c.colour + static_cast<ptrdiff_t>(y) * c.pitch;
     uint16_t* __restrict valueRow = c.value ? c.value + static_cast<ptrdiff_t>(y) * c.pitch : nullptr;
-    int x = 0;
+    int x = from;
     if (c.useLanes) {
         // Whole lane groups first; the loop below draws the remaining pixels.
         OtfSliceRowJob job = c.lanes;
+        job.from = from;
+        job.to = to;
         for (int k = 0; k < 3; ++k) {
             job.start[k] = ends.start[k];
             job.end[k] = ends.end[k];
@@ -54,7 +57,7 @@ void RenderOtfSliceRow(const OtfSliceContext<T>& c, int y) {
         job.valueRow = valueRow;
         x = OtfSliceLanes(c.target, job);
     }
-    for (; x < c.width; ++x) {
+    for (; x < to; ++x) {
         const glm::vec3 p = PixelPoint(ends, x, c.width);
         if (Clipped(c.clip, p)) continue;  // a clipped pixel keeps what the buffers held
         // Outside the volume the sample counts as 0 and still goes through the
@@ -118,7 +121,13 @@ bool RenderOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16& plan
         c.lanes.colour.channelSwitch = c.channelSwitch;
     }
 
-    ParallelFor(0, c.height, [&c](int y) { RenderOtfSliceRow(c, y); });
+    if (c.useLanes) {
+        // Strips of 64 columns: a strip's row reads about 5 KB of voxel lines,
+        // which the next row mostly reads again from the first-level cache.
+        ParallelForStrips(c.width, c.height, 64, [&c](int y, int from, int to) { RenderOtfSliceSpan(c, y, from, to); });
+    } else {
+        ParallelFor(0, c.height, [&c](int y) { RenderOtfSliceSpan(c, y, 0, c.width); });
+    }
     return true;
 }
 
