@@ -89,10 +89,17 @@ public:
     }
 
 private:
+    // Node boxes are padded outward by about a millionth of their coordinates'
+    // size. The slicer's plane-box test rounds the box centre and half extent to
+    // float separately, so a plane that exactly touches a tight box (a ring of
+    // vertices lying in the plane) can come out a hair outside it and lose the
+    // triangles there; the padding keeps touching planes inside.
     static void SetBounds(zrbvh::BvhNode& node, const Box& box) {
         for (int a = 0; a < 3; ++a) {
-            node.bounds[a] = box.lo[a];
-            node.bounds[3 + a] = box.hi[a];
+            const float pad = (std::max(std::fabs(box.lo[a]), std::fabs(box.hi[a])) + (box.hi[a] - box.lo[a])) *
+                              (1.0f / 1048576.0f);
+            node.bounds[a] = box.lo[a] - pad;
+            node.bounds[3 + a] = box.hi[a] + pad;
         }
     }
 
