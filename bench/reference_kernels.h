@@ -145,4 +145,61 @@ void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReform
     }
 }
 
+// Iso-contour lists (W5): marching squares over a one-voxel grid laid from the
+// plane's first corner, every cell sampling its own four corners; the segment
+// ends projected by `voxelToScreen` and appended as x0, y0, x1, y1.
+template <class T>
+std::vector<double> IsoContourList(const zrvolume::VoxelGrid<T>& grid, const zrvolume::Matrix16& planeToVoxel,
+                                   const glm::vec3 planeCorners[4], int iso,
+                                   const zrvolume::Matrix16& voxelToScreen) {
+    // Case index (bit 0: P00 below, bit 1: P10, bit 2: P01, bit 3: P11) to the
+    // crossed edge pairs (0: P00-P10, 1: P00-P01, 2: P10-P11, 3: P01-P11).
+    static constexpr int kRule[16] = {0, 1, 2, 5, 3, 6, 8, 4, 4, 7, 6, 3, 5, 2, 1, 0};
+    static constexpr int kPairs[9][2][2] = {{}, {{0, 1}}, {{0, 2}}, {{1, 3}}, {{2, 3}},
+                                            {{1, 2}}, {{0, 3}}, {{0, 1}, {2, 3}}, {{0, 2}, {1, 3}}};
+    static constexpr int kCount[9] = {0, 1, 1, 1, 1, 1, 1, 2, 2};
+    const glm::vec3 origin = zrvolume::TransformPoint(planeToVoxel, planeCorners[0]);
+    const glm::vec3 rowEnd = zrvolume::TransformPoint(planeToVoxel, planeCorners[1]);
+    const glm::vec3 lastPixel = zrvolume::TransformPoint(planeToVoxel, planeCorners[3]);
+    const glm::vec3 across = rowEnd - origin, down = lastPixel - rowEnd;
+    const float acrossLength = std::sqrt(across.x * across.x + across.y * across.y + across.z * across.z);
+    const float downLength = std::sqrt(down.x * down.x + down.y * down.y + down.z * down.z);
+    const glm::vec3 u(across.x / acrossLength, across.y / acrossLength, across.z / acrossLength);
+    const glm::vec3 v(down.x / downLength, down.y / downLength, down.z / downLength);
+    const int cellsAcross = zrvolume::TruncateToInt32(acrossLength);
+    const int cellsDown = zrvolume::TruncateToInt32(downLength);
+    const auto gridPoint = [&](int i, int j) {
+        return origin + static_cast<float>(i) * u + static_cast<float>(j) * v;
+    };
+    const auto crossing = [&](const glm::vec3& pa, const glm::vec3& pb, int sa, int sb) {
+        const float t = static_cast<float>(sa - iso) / static_cast<float>(sa - sb);
+        return glm::vec3((1.0f - t) * pa.x + t * pb.x, (1.0f - t) * pa.y + t * pb.y, (1.0f - t) * pa.z + t * pb.z);
+    };
+    const auto toScreen = [&](const glm::vec3& p, std::vector<double>& out) {
+        const float w = zrvolume::RecordRow(voxelToScreen, 3, p);
+        out.push_back(double(zrvolume::RecordRow(voxelToScreen, 0, p) / w));
+        out.push_back(double(zrvolume::RecordRow(voxelToScreen, 1, p) / w));
+    };
+    std::vector<double> list;
+    for (int j = 0; j < cellsDown; ++j) {
+        for (int i = 0; i < cellsAcross; ++i) {
+            const glm::vec3 p[4] = {gridPoint(i, j), gridPoint(i + 1, j), gridPoint(i, j + 1), gridPoint(i + 1, j + 1)};
+            if (!zrvolume::InsideGrid(p[0], grid.dims)) continue;
+            int s[4];
+            for (int k = 0; k < 4; ++k) s[k] = zrvolume::TruncateToInt32(zrvolume::SampleTrilinear(grid, p[k]));
+            const int rule = kRule[(s[0] < iso ? 1 : 0) | (s[1] < iso ? 2 : 0) | (s[2] < iso ? 4 : 0) |
+                                   (s[3] < iso ? 8 : 0)];
+            // Edge e joins corners kEnds[e][0] and kEnds[e][1].
+            static constexpr int kEnds[4][2] = {{0, 1}, {0, 2}, {1, 3}, {2, 3}};
+            for (int k = 0; k < kCount[rule]; ++k)
+                for (int end = 0; end < 2; ++end) {
+                    const int e = kPairs[rule][k][end];
+                    const int a = kEnds[e][0], b = kEnds[e][1];
+                    toScreen(crossing(p[a], p[b], s[a], s[b]), list);
+                }
+        }
+    }
+    return list;
+}
+
 }  // namespace zrreference

@@ -1,11 +1,14 @@
 #include "volume/kernels/iso_contour.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
+#include <utility>
 
 #include "host/zr_camera.h"
 #include "volume/kernels/float_convert.h"
+#include "volume/kernels/lane_rows.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
 
@@ -53,7 +56,7 @@ inline glm::vec3 Crossing(const glm::vec3& pa, const glm::vec3& pb, int sa, int 
 // points per segment in voxel coordinates.
 template <class T>
 void WalkContourCells(const VoxelGrid<T>& grid, const Matrix16& planeToVoxel, const SlicePlane& plane, int iso,
-                      std::vector<glm::vec3>& points) {
+                      std::vector<glm::vec3>& segmentEnds) {
     // Grid set-up, all in single precision, from the first, second and fourth
     // corner.
     const glm::vec3 origin = TransformPoint(planeToVoxel, plane.corners[0]);
@@ -67,31 +70,95 @@ void WalkContourCells(const VoxelGrid<T>& grid, const Matrix16& planeToVoxel, co
     const glm::vec3 v(down.x / downLength, down.y / downLength, down.z / downLength);
     const int cellsAcross = TruncateToInt32(acrossLength);
     const int cellsDown = TruncateToInt32(downLength);
-    if (cellsDown < 1) return;
+    if (cellsDown < 1 || cellsAcross < 1) return;
 
     // One voxel between grid points along each plane direction, whatever the
     // voxel size.
     const auto gridPoint = [&](int i, int j) {
         return origin + static_cast<float>(i) * u + static_cast<float>(j) * v;
     };
+
+    // Every grid point is sampled once and shared by the (up to four) cells
+    // around it. A point is computed by the same expression whichever cell asks
+    // for it, so the shared sample has the bits each cell's own would have.
+    // Rows of the grid are handled in pairs: the first corners' inside flags of
+    // the cell row below, then the samples of the points any inside cell uses.
+    const int points = cellsAcross + 1;
+    std::vector<uint8_t> insideAbove(static_cast<size_t>(points) + 16, 0);
+    std::vector<uint8_t> insideBelow(insideAbove.size(), 0);
+    std::vector<uint8_t> needed(insideAbove.size(), 0);
+    std::vector<int32_t> samplesAbove(static_cast<size_t>(points) + 16, 0);
+    std::vector<int32_t> samplesBelow(samplesAbove.size(), 0);
+
+    const SimdTarget target = ActiveSimdTarget();
+    ContourRowJob job;
+    const bool lanes = target != SimdTarget::Baseline && MakeLaneVolume(grid, job.volume);
+    for (int k = 0; k < 3; ++k) {
+        job.origin[k] = origin[k];
+        job.u[k] = u[k];
+        job.v[k] = v[k];
+    }
+
+    // Flags of the cells of row j (first corner inside the grid); none beyond
+    // the last row.
+    const auto flagRow = [&](int j, std::vector<uint8_t>& inside) {
+        if (j >= cellsDown) {
+            std::fill(inside.begin(), inside.end(), uint8_t{0});
+            return;
+        }
+        int i = 0;
+        if (lanes) {
+            job.row = static_cast<float>(j);
+            job.count = cellsAcross;
+            job.inside = inside.data();
+            i = ContourInsideLanes(target, job);
+        }
+        for (; i < cellsAcross; ++i) inside[static_cast<size_t>(i)] = InsideGrid(gridPoint(i, j), grid.dims) ? 1 : 0;
+        inside[static_cast<size_t>(cellsAcross)] = 0;
+    };
+    // Samples of grid row j, for the points used by an inside cell of row j - 1
+    // (as its lower corners) or of row j (as its upper corners).
+    const auto sampleRow = [&](int j, const std::vector<uint8_t>& cellsAbove, const std::vector<uint8_t>& cellsHere,
+                               std::vector<int32_t>& samples) {
+        needed[0] = cellsAbove[0] | cellsHere[0];
+        for (int i = 1; i < points; ++i) {
+            const size_t k = static_cast<size_t>(i);
+            needed[k] = cellsAbove[k] | cellsAbove[k - 1] | cellsHere[k] | cellsHere[k - 1];
+        }
+        int i = 0;
+        if (lanes) {
+            job.row = static_cast<float>(j);
+            job.count = points;
+            job.needed = needed.data();
+            job.samples = samples.data();
+            i = ContourSampleLanes(target, job);
+        }
+        for (; i < points; ++i)
+            if (needed[static_cast<size_t>(i)])
+                samples[static_cast<size_t>(i)] = TruncateToInt32(SampleTrilinear(grid, gridPoint(i, j)));
+    };
+
+    std::vector<uint8_t> noCells(insideAbove.size(), 0);
+    flagRow(0, insideAbove);
+    sampleRow(0, noCells, insideAbove, samplesAbove);
     for (int j = 0; j < cellsDown; ++j) {
+        flagRow(j + 1, insideBelow);
+        sampleRow(j + 1, insideAbove, insideBelow, samplesBelow);
         for (int i = 0; i < cellsAcross; ++i) {
-            const glm::vec3 p00 = gridPoint(i, j);
             // Only the first corner is tested; the sampler's clamping (and the
             // volume's margins) cover the other three.
-            if (!InsideGrid(p00, grid.dims)) continue;
-            const glm::vec3 p10 = gridPoint(i + 1, j);
-            const glm::vec3 p01 = gridPoint(i, j + 1);
-            const glm::vec3 p11 = gridPoint(i + 1, j + 1);
-            // Every cell samples its own corners; sharing them with the
-            // neighbours would be faster but the sample bits must stay as they are.
-            const int s00 = TruncateToInt32(SampleTrilinear(grid, p00));
-            const int s10 = TruncateToInt32(SampleTrilinear(grid, p10));
-            const int s01 = TruncateToInt32(SampleTrilinear(grid, p01));
-            const int s11 = TruncateToInt32(SampleTrilinear(grid, p11));
+            if (!insideAbove[static_cast<size_t>(i)]) continue;
+            const int s00 = samplesAbove[static_cast<size_t>(i)];
+            const int s10 = samplesAbove[static_cast<size_t>(i) + 1];
+            const int s01 = samplesBelow[static_cast<size_t>(i)];
+            const int s11 = samplesBelow[static_cast<size_t>(i) + 1];
             const int caseIndex = (s00 < iso ? 1 : 0) | (s10 < iso ? 2 : 0) | (s01 < iso ? 4 : 0) | (s11 < iso ? 8 : 0);
             const RuleSegments& rule = kRuleSegments[kCaseRule[caseIndex]];
             if (rule.count == 0) continue;
+            const glm::vec3 p00 = gridPoint(i, j);
+            const glm::vec3 p10 = gridPoint(i + 1, j);
+            const glm::vec3 p01 = gridPoint(i, j + 1);
+            const glm::vec3 p11 = gridPoint(i + 1, j + 1);
             const auto edgePoint = [&](Edge edge) {
                 switch (edge) {
                     case kEdgeA: return Crossing(p00, p10, s00, s10, iso);
@@ -101,10 +168,12 @@ void WalkContourCells(const VoxelGrid<T>& grid, const Matrix16& planeToVoxel, co
                 }
             };
             for (int k = 0; k < rule.count; ++k) {
-                points.push_back(edgePoint(rule.ends[k][0]));
-                points.push_back(edgePoint(rule.ends[k][1]));
+                segmentEnds.push_back(edgePoint(rule.ends[k][0]));
+                segmentEnds.push_back(edgePoint(rule.ends[k][1]));
             }
         }
+        std::swap(insideAbove, insideBelow);
+        std::swap(samplesAbove, samplesBelow);
     }
 }
 

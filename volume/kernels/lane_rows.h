@@ -11,8 +11,10 @@
 // Voxels are read through byte offsets from one base pointer. A 32-bit load at
 // corner x0 brings x0 and x0 + 1 together (one gather per corner pair); LaneVolume
 // is only made when the storage allows it: slices at one constant stride, the
-// whole grid within 2 GiB of the base, and a margin of at least one voxel on x
-// and y so that the read one element past a row stays inside the storage.
+// whole grid within 2 GiB of the base, and a margin of at least one voxel on
+// every axis, so that the read one element past a row, and the slices -1 and
+// dz the sampling rule may read for points just outside the grid, stay inside
+// the storage.
 #pragma once
 
 #include <cstdint>
@@ -46,7 +48,7 @@ template <class T>
 bool MakeLaneVolume(const VoxelGrid<T>& grid, LaneVolume& out) {
     static_assert(sizeof(T) <= 2, "lane reads serve 8- and 16-bit voxels");
     if (grid.dims.x < 1 || grid.dims.y < 1 || grid.dims.z < 1) return false;
-    if (grid.margins.x < 1 || grid.margins.y < 1 || grid.margins.z < 0) return false;
+    if (grid.margins.x < 1 || grid.margins.y < 1 || grid.margins.z < 1) return false;
     const int slices = grid.dims.z + 2 * grid.margins.z;
     const auto* first = static_cast<const unsigned char*>(grid.slices[0]);
     const int64_t rowBytes = static_cast<int64_t>(grid.pitch) * static_cast<int64_t>(sizeof(T));
@@ -56,8 +58,9 @@ bool MakeLaneVolume(const VoxelGrid<T>& grid, LaneVolume& out) {
     if (sliceBytes < rowBytes * (grid.dims.y + 2 * grid.margins.y)) return false;
     for (int s = 1; s < slices; ++s)
         if (static_cast<const unsigned char*>(grid.slices[s]) - first != sliceBytes * s) return false;
-    // Largest offset read: last slice, last row, one element past the last voxel.
-    const int64_t last = sliceBytes * (grid.dims.z - 1) + rowBytes * (grid.dims.y - 1) +
+    // Largest offset read: the slice past the last, last row, one element past
+    // the last voxel (the smallest is one slice before the first).
+    const int64_t last = sliceBytes * grid.dims.z + rowBytes * (grid.dims.y - 1) +
                          static_cast<int64_t>(grid.dims.x + 2) * static_cast<int64_t>(sizeof(T));
     if (last >= (int64_t(1) << 31) - 64) return false;
     out.base = reinterpret_cast<const unsigned char*>(grid.Row(0, 0));
@@ -88,6 +91,10 @@ struct OtfSliceRowJob {
     LaneColour colour;
     uint32_t* colourRow = nullptr;
     uint16_t* valueRow = nullptr;  // may be null
+    // Ends of a row some way below, whose cells are prefetched.
+    bool prefetch = false;
+    float prefetchStart[3];
+    float prefetchEnd[3];
 };
 
 enum class LaneReduction { Maximum, Minimum, Average };
@@ -133,16 +140,36 @@ struct CurvedRowJob {
     uint16_t* valueRow = nullptr;
 };
 
+// One row of the contour grid: point i lies at origin + i u + row v. The
+// inside pass flags the points inside the grid (1) or not (0); the sample pass
+// stores the truncated trilinear sample of every point flagged in `needed`
+// (the other entries get unspecified values).
+struct ContourRowJob {
+    LaneVolume volume;
+    float origin[3];
+    float u[3];
+    float v[3];
+    float row = 0.0f;
+    int count = 0;
+    uint8_t* inside = nullptr;
+    const uint8_t* needed = nullptr;
+    int32_t* samples = nullptr;
+};
+
 namespace lanes_avx512 {
 int OtfSliceRow(const OtfSliceRowJob& job);
 int SlabRow(const SlabRowJob& job);
 int CurvedRow(const CurvedRowJob& job);
+int ContourInsideRow(const ContourRowJob& job);
+int ContourSampleRow(const ContourRowJob& job);
 }  // namespace lanes_avx512
 
 namespace lanes_avx2 {
 int OtfSliceRow(const OtfSliceRowJob& job);
 int SlabRow(const SlabRowJob& job);
 int CurvedRow(const CurvedRowJob& job);
+int ContourInsideRow(const ContourRowJob& job);
+int ContourSampleRow(const ContourRowJob& job);
 }  // namespace lanes_avx2
 
 // The row loops of the active target; 0 pixels on the baseline target.
@@ -166,6 +193,22 @@ inline int CurvedLanes(SimdTarget target, const CurvedRowJob& job) {
     switch (target) {
         case SimdTarget::Avx512: return lanes_avx512::CurvedRow(job);
         case SimdTarget::Avx2: return lanes_avx2::CurvedRow(job);
+        default: return 0;
+    }
+}
+
+inline int ContourInsideLanes(SimdTarget target, const ContourRowJob& job) {
+    switch (target) {
+        case SimdTarget::Avx512: return lanes_avx512::ContourInsideRow(job);
+        case SimdTarget::Avx2: return lanes_avx2::ContourInsideRow(job);
+        default: return 0;
+    }
+}
+
+inline int ContourSampleLanes(SimdTarget target, const ContourRowJob& job) {
+    switch (target) {
+        case SimdTarget::Avx512: return lanes_avx512::ContourSampleRow(job);
+        case SimdTarget::Avx2: return lanes_avx2::ContourSampleRow(job);
         default: return 0;
     }
 }

@@ -94,6 +94,17 @@ struct Ops {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff))));
     }
     static void StoreU32Masked(M m, uint32_t* p, I v) { _mm256_maskstore_epi32(reinterpret_cast<int*>(p), m, v); }
+    static void StoreI32(int32_t* p, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+    // One byte per lane, 0 or 1.
+    static M LoadFlags(const uint8_t* p) {
+        const __m256i flags = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+        return _mm256_cmpgt_epi32(flags, _mm256_setzero_si256());
+    }
+    static void StoreFlags(uint8_t* p, M m) {
+        const __m256i ones = _mm256_and_si256(m, _mm256_set1_epi32(1));
+        const __m128i words = _mm_packs_epi32(_mm256_castsi256_si128(ones), _mm256_extracti128_si256(ones, 1));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packus_epi16(words, words));
+    }
     static void StoreU16Masked(M m, uint16_t* p, I v) {
         const __m128i keep = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
         const __m128i mask16 = _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packs_epi32(m, m), 0x08));
@@ -109,6 +120,8 @@ struct Ops {
 int OtfSliceRow(const OtfSliceRowJob& job) { return OtfSliceRowLanes(job); }
 int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
+int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
+int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -117,6 +130,8 @@ int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int OtfSliceRow(const OtfSliceRowJob&) { return 0; }
 int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
+int ContourInsideRow(const ContourRowJob&) { return 0; }
+int ContourSampleRow(const ContourRowJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

@@ -88,6 +88,15 @@ struct Ops {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_cvtepi32_epi16(v));
     }
     static void StoreU32Masked(M m, uint32_t* p, I v) { _mm512_mask_storeu_epi32(p, m, v); }
+    static void StoreI32(int32_t* p, I v) { _mm512_storeu_si512(p, v); }
+    // One byte per lane, 0 or 1.
+    static M LoadFlags(const uint8_t* p) {
+        return _mm512_test_epi32_mask(_mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))),
+                                      _mm512_set1_epi32(1));
+    }
+    static void StoreFlags(uint8_t* p, M m) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm512_cvtepi32_epi8(_mm512_maskz_mov_epi32(m, _mm512_set1_epi32(1))));
+    }
     static void StoreU16Masked(M m, uint16_t* p, I v) { _mm256_mask_storeu_epi16(p, m, _mm512_cvtepi32_epi16(v)); }
 };
 
@@ -98,6 +107,8 @@ struct Ops {
 int OtfSliceRow(const OtfSliceRowJob& job) { return OtfSliceRowLanes(job); }
 int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
+int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
+int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -106,6 +117,8 @@ int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int OtfSliceRow(const OtfSliceRowJob&) { return 0; }
 int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
+int ContourInsideRow(const ContourRowJob&) { return 0; }
+int ContourSampleRow(const ContourRowJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512

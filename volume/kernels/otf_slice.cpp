@@ -37,6 +37,10 @@ struct OtfSliceContext {
     OtfSliceRowJob lanes;
 };
 
+// How far ahead (in rows of the strip) the vector path prefetches voxel lines:
+// far enough for memory latency to pass while the rows in between are drawn.
+constexpr int kPrefetchRows = 2;
+
 // Columns from .. to - 1 of row y.
 template <class T>
 void RenderOtfSliceSpan(const OtfSliceContext<T>& c, int y, int from, int to) {
@@ -55,6 +59,14 @@ void RenderOtfSliceSpan(const OtfSliceContext<T>& c, int y, int from, int to) {
         }
         job.colourRow = colourRow;
         job.valueRow = valueRow;
+        if (y + kPrefetchRows < c.height) {
+            const SliceRow ahead = RowEnds(c.corners, y + kPrefetchRows, c.height);
+            job.prefetch = true;
+            for (int k = 0; k < 3; ++k) {
+                job.prefetchStart[k] = ahead.start[k];
+                job.prefetchEnd[k] = ahead.end[k];
+            }
+        }
         x = OtfSliceLanes(c.target, job);
     }
     for (; x < to; ++x) {

@@ -14,7 +14,9 @@
 
 #include "bench/reference_kernels.h"
 #include "slice_fixtures.h"
+#include "host/zr_camera.h"
 #include "volume/kernels/curved_reformation.h"
+#include "volume/kernels/iso_contour.h"
 #include "volume/kernels/otf_slice.h"
 #include "volume/kernels/simd_dispatch.h"
 #include "volume/kernels/slab_projection.h"
@@ -214,6 +216,36 @@ TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
         });
         ExpectSameOnEveryPath(*image, expected, [&] { ASSERT_TRUE(zrvolume::RenderCurvedReformation(args)); });
     }
+}
+
+TYPED_TEST(LaneIdentityTest, IsoContourListMatchesScalarForm) {
+    using T = TypeParam;
+    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
+    auto image = slicetest::MakeImage(kWidth, kHeight);
+    // Cells leave the grid on every side; the iso value lies mid-range of the
+    // type's voxels.
+    const zrvolume::SlicePlane plane = slicetest::PlaneFromCorners(
+        {-2.3f, -1.7f, -1.2f}, {39.1f, 3.4f, 11.9f}, {1.6f, 31.2f, 13.3f}, {38.4f, 30.1f, 24.6f}, kWidth, kHeight);
+    const zrvolume::Matrix16 identity = slicetest::IdentityRecord();
+    const bool isSigned = static_cast<T>(-1) < T(0);
+    const uint16_t isoValue = isSigned ? 0 : (sizeof(T) == 1 ? 128 : 32000);
+    const int iso = static_cast<int>(static_cast<T>(isoValue));
+
+    glm::dmat4 view, projection, viewport;
+    image->GetCameraObject()->GetMatrixWStoSS(view, projection, viewport);
+    const glm::mat4 worldToScreen(zrobjects::ComposeApplied(view, projection, viewport));
+    const zrvolume::Matrix16 voxelToScreen = zrvolume::ToMatrixRecord(worldToScreen * glm::mat4(1.0f));
+    const std::vector<double> expected = zrreference::IsoContourList(
+        zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData()), identity, plane.corners, iso, voxelToScreen);
+    ASSERT_GT(expected.size(), 400u);  // the textured volume crosses the iso value in many cells
+
+    for (zrvolume::SimdTarget target : zrvolume::SupportedSimdTargets()) {
+        zrvolume::ForceSimdTarget(target);
+        std::vector<double> list;
+        ASSERT_TRUE(zrvolume::DrawIsoContourLines(*volume, identity, identity, *image, plane, 0, isoValue, 0u, &list));
+        EXPECT_EQ(list, expected) << zrvolume::SimdTargetName(target);
+    }
+    zrvolume::ForceSimdTarget(std::nullopt);
 }
 
 // The forced target is what the kernels report, capped at what the processor offers.
