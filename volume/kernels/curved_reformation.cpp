@@ -248,6 +248,9 @@ void CurvedColumn(const CurvedRun<T>& run, int i) {
     }
 }
 
+// How far ahead (in rows) the vector path prefetches voxel lines.
+constexpr int kPrefetchRows = 2;
+
 // The thin section row by row: the column frames are made once, then each row
 // draws whole lane groups of columns and the per-pixel code the rest. Same
 // pixels as the column order, with contiguous writes.
@@ -297,6 +300,11 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
         CurvedRowJob job = base;
         job.a = a;
         job.b = b;
+        if (j + kPrefetchRows < run.height) {
+            job.prefetch = true;
+            job.prefetchA = static_cast<float>(run.height - 1 - j - kPrefetchRows) / rows;
+            job.prefetchB = static_cast<float>(j + kPrefetchRows) / rows;
+        }
         const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
         job.colourRow = run.target.colour + rowStart;
         job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;

@@ -114,6 +114,10 @@ struct SlabRowJob {
     LaneColour colour;
     uint32_t* colourRow = nullptr;
     uint16_t* valueRow = nullptr;
+    // Ends of a row some way below, whose cells are prefetched layer by layer.
+    bool prefetch = false;
+    float prefetchLeft[3];
+    float prefetchRight[3];
 };
 
 // Thin curved-section row without clipping. Column i has its surface point,
@@ -130,6 +134,10 @@ struct CurvedRowJob {
     const int32_t* used;  // 0 or -1
     float a = 0.0f;
     float b = 0.0f;
+    // Weights of a row some way below, whose cells are prefetched.
+    bool prefetch = false;
+    float prefetchA = 0.0f;
+    float prefetchB = 0.0f;
     float centre = 0.0f;
     float extent = 0.0f;
     float toVoxel[16];

@@ -71,6 +71,9 @@ struct SlabRun {
     SlabRowJob lanes;
 };
 
+// How far ahead (in rows of the strip) the vector path prefetches voxel lines.
+constexpr int kPrefetchRows = 4;
+
 // Columns from .. to - 1 of row r.
 template <class T, Reduction R>
 void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
@@ -98,6 +101,14 @@ void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
             }
             job.colourRow = colourRow;
             job.valueRow = valueRow;
+            if (r + kPrefetchRows < run.height) {
+                const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(run.height - 1);
+                job.prefetch = true;
+                for (int k = 0; k < 3; ++k) {
+                    job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
+                    job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
+                }
+            }
             c = SlabLanes(run.simd, job);
         }
     }
