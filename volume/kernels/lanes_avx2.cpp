@@ -7,7 +7,7 @@
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 
-#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(_WIN32)
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
 #define ZR_LANES_AVX2 1
 #include <immintrin.h>
 #endif

@@ -9,9 +9,10 @@ namespace zrvolume {
 namespace {
 
 SimdTarget DetectBestTarget() {
-#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(_WIN32)
-    // The vector paths are compiled for Linux-like x86 targets only: mingw does
-    // not align the stack for 32- and 64-byte spills.
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
+    // The vector paths are compiled for Linux-like x86 targets with GCC only:
+    // mingw does not align the stack for 32- and 64-byte spills, and clang (the
+    // sanitizer and fuzzing builds) has no "#pragma GCC target".
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
         __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl"))
