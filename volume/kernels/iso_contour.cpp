@@ -89,6 +89,7 @@ void WalkContourCells(const VoxelGrid<T>& grid, const Matrix16& planeToVoxel, co
     std::vector<uint8_t> needed(insideAbove.size(), 0);
     std::vector<int32_t> samplesAbove(static_cast<size_t>(points) + 16, 0);
     std::vector<int32_t> samplesBelow(samplesAbove.size(), 0);
+    std::vector<uint8_t> cases(insideAbove.size(), 0);
 
     const SimdTarget target = ActiveSimdTarget();
     ContourRowJob job;
@@ -129,6 +130,9 @@ void WalkContourCells(const VoxelGrid<T>& grid, const Matrix16& planeToVoxel, co
         if (lanes) {
             job.row = static_cast<float>(j);
             job.count = points;
+            // Two rows ahead, while it lies on the grid.
+            job.prefetch = j + 2 <= cellsDown;
+            job.prefetchRow = static_cast<float>(j + 2);
             job.needed = needed.data();
             job.samples = samples.data();
             i = ContourSampleLanes(target, job);
@@ -144,15 +148,24 @@ void WalkContourCells(const VoxelGrid<T>& grid, const Matrix16& planeToVoxel, co
     for (int j = 0; j < cellsDown; ++j) {
         flagRow(j + 1, insideBelow);
         sampleRow(j + 1, insideAbove, insideBelow, samplesBelow);
+        // Case indices of the whole cell row first (a branch-free loop the
+        // compiler vectorises), 0 for cells outside or without a crossing; then
+        // only the crossed cells are visited.
         for (int i = 0; i < cellsAcross; ++i) {
+            const size_t k = static_cast<size_t>(i);
+            const int caseIndex = (samplesAbove[k] < iso ? 1 : 0) | (samplesAbove[k + 1] < iso ? 2 : 0) |
+                                  (samplesBelow[k] < iso ? 4 : 0) | (samplesBelow[k + 1] < iso ? 8 : 0);
             // Only the first corner is tested; the sampler's clamping (and the
             // volume's margins) cover the other three.
-            if (!insideAbove[static_cast<size_t>(i)]) continue;
+            cases[k] = static_cast<uint8_t>(insideAbove[k] && caseIndex != 15 ? caseIndex : 0);
+        }
+        for (int i = 0; i < cellsAcross; ++i) {
+            const int caseIndex = cases[static_cast<size_t>(i)];
+            if (caseIndex == 0) continue;  // outside, or all four corners on one side
             const int s00 = samplesAbove[static_cast<size_t>(i)];
             const int s10 = samplesAbove[static_cast<size_t>(i) + 1];
             const int s01 = samplesBelow[static_cast<size_t>(i)];
             const int s11 = samplesBelow[static_cast<size_t>(i) + 1];
-            const int caseIndex = (s00 < iso ? 1 : 0) | (s10 < iso ? 2 : 0) | (s01 < iso ? 4 : 0) | (s11 < iso ? 8 : 0);
             const RuleSegments& rule = kRuleSegments[kCaseRule[caseIndex]];
             if (rule.count == 0) continue;
             const glm::vec3 p00 = gridPoint(i, j);

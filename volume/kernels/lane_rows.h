@@ -159,6 +159,8 @@ struct ContourRowJob {
     float v[3];
     float row = 0.0f;
     int count = 0;
+    bool prefetch = false;  // prefetch the cells of the points of prefetchRow
+    float prefetchRow = 0.0f;
     uint8_t* inside = nullptr;
     const uint8_t* needed = nullptr;
     int32_t* samples = nullptr;
