@@ -77,10 +77,14 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
     // The host validates its index buffers; an index past the vertices is
     // skipped here rather than read out of bounds.
     if (tri[0] >= s.vertexCount || tri[1] >= s.vertexCount || tri[2] >= s.vertexCount) return;
+    const glm::vec3 v0 = Vertex(s, tri[0]), v1 = Vertex(s, tri[1]), v2 = Vertex(s, tri[2]);
+    // Most triangles of a crossed leaf lie wholly on one side of the plane: the
+    // cut's own signed distances, strictly of one sign, mean no crossing and no
+    // vertex on the plane, so the cut would find nothing.
+    const float s0 = Dot(s.normal, v0) + s.negD, s1 = Dot(s.normal, v1) + s.negD, s2 = Dot(s.normal, v2) + s.negD;
+    if ((s0 > 0.0f && s1 > 0.0f && s2 > 0.0f) || (s0 < 0.0f && s1 < 0.0f && s2 < 0.0f)) return;
     glm::vec3 start, end;
-    if (!CutTriangle(s.negD, s.normal, Vertex(s, tri[0]), Vertex(s, tri[1]), Vertex(s, tri[2]),
-                     s.objectToScreen, start, end))
-        return;
+    if (!CutTriangle(s.negD, s.normal, v0, v1, v2, s.objectToScreen, start, end)) return;
     const SegmentTarget& target = *s.target;
     if (target.window && !ClipToWindow(*target.window, start, end)) return;
     if (s.threadLists) {
@@ -197,9 +201,17 @@ void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
     } else {
         std::vector<const zrbvh::BvhLeafNode*> leaves;
         int64_t leafTriangles = 0;
-        zrbvh::CollectTreeLeaves(*tree, planeNormal, d, leaves, leafTriangles);
         zrbvh::Array triangleIndices;
-        triangleIndices = tree->triangleIndices;
+        // The copy of the triangle-index array (a few megabytes for a large
+        // mesh) does not depend on the leaves: with two or more threads one
+        // thread makes it while another walks the hierarchy.
+#pragma omp parallel sections if (omp_get_max_threads() > 1)
+        {
+#pragma omp section
+            zrbvh::CollectTreeLeaves(*tree, planeNormal, d, leaves, leafTriangles);
+#pragma omp section
+            triangleIndices = tree->triangleIndices;
+        }
         if (leaves.size() < kMinLeavesForHierarchy) {
             // Deliberately all triangles, even when the plane misses every
             // leaf: the leaves found are not used.
