@@ -5,8 +5,8 @@
 // and the float grey slice (window and curve). Items are pixels; the contour is
 // timed only. Argument: thread count (the contour is single-threaded).
 //
-// W1 also times its plain scalar form (bench/reference_kernels.h) on the same
-// inputs, single-threaded whatever the argument, as the baseline of the speed-up.
+// W1 and W5 also time their plain scalar forms (bench/reference_kernels.h) on
+// the same inputs, single-threaded, as the baseline of the speed-up.
 //
 // The mask and label volumes are derived from V1 (bone shell, dense spheres,
 // soft sphere) with V1's layout, as the mask family requires.
@@ -19,6 +19,7 @@
 #include "bench/reference_kernels.h"
 #include "bench/workloads.h"
 #include "host/table_builder.h"
+#include "host/zr_camera.h"
 #include "volume/kernels/float_grey_slice.h"
 #include "volume/kernels/iso_contour.h"
 #include "volume/kernels/label_overlay.h"
@@ -177,6 +178,24 @@ void W5_IsoContourLists(benchmark::State& state) {
     state.counters["segments"] = static_cast<double>(list.size() / 4);
 }
 
+void W5_IsoContourLists_ScalarReference(benchmark::State& state) {
+    ThinSliceWorkload w;
+    const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(*w.volume->GetVolumeData());
+    glm::dmat4 view, projection, viewport;
+    w.image->GetCameraObject()->GetMatrixWStoSS(view, projection, viewport);
+    const glm::mat4 worldToScreen(zrobjects::ComposeApplied(view, projection, viewport));
+    const zrvolume::Matrix16 voxelToScreen =
+        zrvolume::ToMatrixRecord(worldToScreen * zrvolume::FromMatrixRecord(w.geometry.voxelToWorld));
+    size_t values = 0;
+    for (auto _ : state) {
+        const std::vector<double> list =
+            zrreference::IsoContourList(grid, w.geometry.planeToVoxel, w.geometry.plane.corners, 1500, voxelToScreen);
+        values = list.size();
+        benchmark::DoNotOptimize(list.data());
+    }
+    state.counters["segments"] = static_cast<double>(values / 4);
+}
+
 void P1_IsoContourDraw(benchmark::State& state) {
     ThinSliceWorkload w;
     for (auto _ : state) {
@@ -196,4 +215,5 @@ BENCHMARK(P1_LabelOverlay)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRe
 BENCHMARK(P1_FloatGreyWindow)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(P1_FloatGreyCurve)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W5_IsoContourLists)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W5_IsoContourLists_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(P1_IsoContourDraw)->Unit(benchmark::kMillisecond)->UseRealTime();

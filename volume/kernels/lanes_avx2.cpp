@@ -61,6 +61,9 @@ struct Ops {
     static I SelI(M m, I a, I b) { return _mm256_blendv_epi8(b, a, m); }
 
     static I AddI(I a, I b) { return _mm256_add_epi32(a, b); }
+    // a + b in the selected lanes, a elsewhere.
+    static F AddWhere(M m, F a, F b) { return _mm256_blendv_ps(a, _mm256_add_ps(a, b), _mm256_castsi256_ps(m)); }
+    static I AddIWhere(M m, I a, I b) { return _mm256_add_epi32(a, _mm256_and_si256(b, m)); }
     static I SubI(I a, I b) { return _mm256_sub_epi32(a, b); }
     static I MulI(I a, I b) { return _mm256_mullo_epi32(a, b); }
     static I AndI(I a, I b) { return _mm256_and_si256(a, b); }

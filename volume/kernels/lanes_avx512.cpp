@@ -61,6 +61,9 @@ struct Ops {
     static I SelI(M m, I a, I b) { return _mm512_mask_blend_epi32(m, b, a); }
 
     static I AddI(I a, I b) { return _mm512_add_epi32(a, b); }
+    // a + b in the lanes of m, a elsewhere.
+    static F AddWhere(M m, F a, F b) { return _mm512_mask_add_ps(a, m, a, b); }
+    static I AddIWhere(M m, I a, I b) { return _mm512_mask_add_epi32(a, m, a, b); }
     static I SubI(I a, I b) { return _mm512_sub_epi32(a, b); }
     static I MulI(I a, I b) { return _mm512_mullo_epi32(a, b); }
     static I AndI(I a, I b) { return _mm512_and_si512(a, b); }
