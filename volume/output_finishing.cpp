@@ -5,6 +5,7 @@
 #include <string>
 
 #include "module/param_reads.h"
+#include "volume/kernels/float_convert.h"
 #include "volume/kernels/image_upscale.h"
 #include "volume/kernels/iso_contour.h"
 #include "volume/kernels/layer_merge.h"
@@ -15,7 +16,10 @@ using zrmodule::ReadParam;
 
 uint32_t ColourWord(const glm::dvec4& rgba) {
     uint32_t word = 0;
-    for (int c = 0; c < 4; ++c) word |= (static_cast<uint32_t>(static_cast<int>(rgba[c] * 255.0)) & 0xffu) << (8 * c);
+    // Out-of-range or not-a-number channels take the x86 conversion's result
+    // (INT32_MIN, low byte 0) instead of undefined behaviour.
+    for (int c = 0; c < 4; ++c)
+        word |= (static_cast<uint32_t>(TruncateToInt32(rgba[c] * 255.0)) & 0xffu) << (8 * c);
     return word;
 }
 

@@ -1,0 +1,18 @@
+// The ITK-backed volume file readers, for builds where ITK's headers cannot be
+// compiled (Debian's ITK accepts only GCC; the fuzzers need clang). The request
+// reader under fuzzing never loads files, so these are never reached there;
+// should they be, they refuse like any unreadable file.
+#include "tools/zrslice/input_error.h"
+#include "tools/zrslice/volume_files.h"
+
+namespace zrslice {
+
+VolumeFileInfo ReadVolumeFileInfo(const std::string& path) {
+    throw InputError(path, "volume files are not readable in this build");
+}
+
+std::shared_ptr<zrobjects::ZrVObjectVolume> ReadVolumeFile(const std::string& path, std::optional<VoxelKind>) {
+    throw InputError(path, "volume files are not readable in this build");
+}
+
+}  // namespace zrslice
