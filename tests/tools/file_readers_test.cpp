@@ -120,7 +120,7 @@ TEST(VolumeFileErrors, MissingShortTruncatedAndCorrupt) {
               std::string::npos);
 
     std::vector<char> nifti = testing::NiftiInt16(8, 8, 8, 1, 1, 1, Ramp(512));
-    nifti.resize(nifti.size() - 300);  // cut into the voxels
+    nifti.erase(nifti.end() - 300, nifti.end());  // cut into the voxels
     testing::WriteBytes(dir / "cut.nii", nifti);
     EXPECT_FALSE(ErrorNaming(dir / "cut.nii", [&] { ReadVolumeFile(dir / "cut.nii"); }).empty());
 

@@ -108,7 +108,7 @@ TEST(ZrsliceCli, BadInputIsOneLineAndLeavesNoOutput) {
         return doc.dump();
     };
     std::vector<char> cutNifti = testing::NiftiInt16(8, 8, 8, 1, 1, 1, std::vector<int16_t>(512, 100));
-    cutNifti.resize(cutNifti.size() - 200);
+    cutNifti.erase(cutNifti.end() - 200, cutNifti.end());
     testing::WriteBytes(dir / "cut.nii", cutNifti);
     testing::WriteBytes(dir / "short.raw", std::vector<char>(100));
     const std::vector<Case> cases = {
