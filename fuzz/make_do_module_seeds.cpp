@@ -39,7 +39,7 @@ InputEncoder FromRequestFile(const zrslice::RequestFile& file) {
         for (const auto& [key, value] : file.requests[r]) encoder.Add(ParamTarget::Request, 0, key, value);
         if (r == 0) {
             for (const auto& [key, value] : file.image.params) encoder.Add(ParamTarget::Image, 0, key, value);
-            for (const zrslice::SceneEntrySpec& entry : file.scene) {
+            for (const zrslice::SceneEntryDescription& entry : file.scene) {
                 for (const auto& [key, value] : entry.params)
                     encoder.Add(ParamTarget::SceneEntry, zrfuzz::kRampVolume, key, value);
                 for (const auto& [key, value] : entry.objectParams)

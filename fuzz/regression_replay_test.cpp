@@ -43,9 +43,9 @@ std::vector<uint8_t> ReadBytes(const fs::path& file) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-const KeySpec& Spec(const std::string& key) {
-    for (const KeySpec& spec : KnownKeys())
-        if (key == spec.key) return spec;
+const KeyRule& RuleOf(const std::string& key) {
+    for (const KeyRule& rule : KnownKeys())
+        if (key == rule.key) return rule;
     throw std::invalid_argument(key);
 }
 
@@ -168,23 +168,23 @@ TEST(RequestEncoding, AnyBytesDecodeIntoKnownKeysWithinTheirRanges) {
         for (const auto& request : input.requests)
             for (const ParamRecord& record : request) {
                 ++records;
-                const KeySpec& spec = Spec(record.key);
+                const KeyRule& rule = RuleOf(record.key);
                 ASSERT_TRUE(record.value.has_value()) << record.key;
-                if (spec.type == ValueType::Double && record.value.type() == typeid(double) && spec.Ranged()) {
+                if (rule.type == ValueType::Double && record.value.type() == typeid(double) && rule.Ranged()) {
                     const double v = std::any_cast<double>(record.value);
-                    EXPECT_GE(v, spec.lo);
-                    EXPECT_LE(v, spec.hi);
+                    EXPECT_GE(v, rule.lo);
+                    EXPECT_LE(v, rule.hi);
                 }
-                if (spec.type == ValueType::Int && record.value.type() == typeid(int32_t) && spec.Ranged()) {
+                if (rule.type == ValueType::Int && record.value.type() == typeid(int32_t) && rule.Ranged()) {
                     const int32_t v = std::any_cast<int32_t>(record.value);
-                    EXPECT_GE(v, spec.lo);
-                    EXPECT_LE(v, spec.hi);
+                    EXPECT_GE(v, rule.lo);
+                    EXPECT_LE(v, rule.hi);
                 }
                 bool known = false;
                 for (int t = 0; t < static_cast<int>(ValueType::Count); ++t)
                     known = known || record.value.type() == StoredType(static_cast<ValueType>(t));
                 EXPECT_TRUE(known) << record.key;
-                wrongTypes += record.value.type() != StoredType(spec.type);
+                wrongTypes += record.value.type() != StoredType(rule.type);
             }
     }
     EXPECT_GT(records, 1000);

@@ -22,57 +22,57 @@ constexpr uint8_t kTargetChoices = kNextRequestByte + 1;
 constexpr uint8_t kWrongTypeFrom = 0xE0;
 
 template <class T>
-void ReadComponents(ByteReader& in, const KeySpec& spec, T* out, int count) {
+void ReadComponents(ByteReader& in, const KeyRule& rule, T* out, int count) {
     for (int i = 0; i < count; ++i) {
-        if (spec.Ranged())
-            out[i] = static_cast<T>(in.Ranged(spec.lo, spec.hi));
+        if (rule.Ranged())
+            out[i] = static_cast<T>(in.Ranged(rule.lo, rule.hi));
         else
             out[i] = in.Read<T>();
     }
 }
 
 template <class T>
-std::vector<T> ReadList(ByteReader& in, const KeySpec& spec, int components) {
+std::vector<T> ReadList(ByteReader& in, const KeyRule& rule, int components) {
     const size_t count = in.Byte() % (kMaxListLength + 1);
     std::vector<T> list(count);
-    for (T& item : list) ReadComponents(in, spec, reinterpret_cast<typename T::value_type*>(&item), components);
+    for (T& item : list) ReadComponents(in, rule, reinterpret_cast<typename T::value_type*>(&item), components);
     return list;
 }
 
 template <class T>
-std::vector<T> ReadScalarList(ByteReader& in, const KeySpec& spec) {
+std::vector<T> ReadScalarList(ByteReader& in, const KeyRule& rule) {
     const size_t count = in.Byte() % (kMaxListLength + 1);
     std::vector<T> list(count);
-    ReadComponents(in, spec, list.data(), static_cast<int>(count));
+    ReadComponents(in, rule, list.data(), static_cast<int>(count));
     return list;
 }
 
-std::any ReadValue(ByteReader& in, const KeySpec& spec, ValueType type) {
+std::any ReadValue(ByteReader& in, const KeyRule& rule, ValueType type) {
     switch (type) {
         case V::Bool: return (in.Byte() & 1) != 0;
         case V::Int:
-            if (spec.Ranged()) {
-                const int span = static_cast<int>(spec.hi - spec.lo) + 1;
-                return static_cast<int32_t>(spec.lo) + static_cast<int32_t>(in.Read<uint16_t>() % span);
+            if (rule.Ranged()) {
+                const int span = static_cast<int>(rule.hi - rule.lo) + 1;
+                return static_cast<int32_t>(rule.lo) + static_cast<int32_t>(in.Read<uint16_t>() % span);
             }
             return in.Read<int32_t>();
-        case V::Float: { float v; ReadComponents(in, spec, &v, 1); return v; }
-        case V::Double: { double v; ReadComponents(in, spec, &v, 1); return v; }
-        case V::Float2: { glm::vec2 v; ReadComponents(in, spec, &v.x, 2); return v; }
-        case V::Float3: { glm::vec3 v; ReadComponents(in, spec, &v.x, 3); return v; }
-        case V::Float4: { glm::vec4 v; ReadComponents(in, spec, &v.x, 4); return v; }
-        case V::Double4: { glm::dvec4 v; ReadComponents(in, spec, &v.x, 4); return v; }
+        case V::Float: { float v; ReadComponents(in, rule, &v, 1); return v; }
+        case V::Double: { double v; ReadComponents(in, rule, &v, 1); return v; }
+        case V::Float2: { glm::vec2 v; ReadComponents(in, rule, &v.x, 2); return v; }
+        case V::Float3: { glm::vec3 v; ReadComponents(in, rule, &v.x, 3); return v; }
+        case V::Float4: { glm::vec4 v; ReadComponents(in, rule, &v.x, 4); return v; }
+        case V::Double4: { glm::dvec4 v; ReadComponents(in, rule, &v.x, 4); return v; }
         case V::Matrix44f: {
             glm::mat4 m;
-            ReadComponents(in, spec, &m[0][0], 16);
+            ReadComponents(in, rule, &m[0][0], 16);
             return m;
         }
         case V::String: return in.Text(kMaxTextLength);
-        case V::FloatList: return ReadScalarList<float>(in, spec);
-        case V::IntList: return ReadScalarList<int32_t>(in, spec);
-        case V::DoubleList: return ReadScalarList<double>(in, spec);
-        case V::Float3List: return ReadList<glm::vec3>(in, spec, 3);
-        case V::Double2List: return ReadList<glm::dvec2>(in, spec, 2);
+        case V::FloatList: return ReadScalarList<float>(in, rule);
+        case V::IntList: return ReadScalarList<int32_t>(in, rule);
+        case V::DoubleList: return ReadScalarList<double>(in, rule);
+        case V::Float3List: return ReadList<glm::vec3>(in, rule, 3);
+        case V::Double2List: return ReadList<glm::dvec2>(in, rule, 2);
         case V::Count: break;
     }
     return {};
@@ -80,8 +80,8 @@ std::any ReadValue(ByteReader& in, const KeySpec& spec, ValueType type) {
 
 }  // namespace
 
-const std::vector<KeySpec>& KnownKeys() {
-    static const std::vector<KeySpec> keys{
+const std::vector<KeyRule>& KnownKeys() {
+    static const std::vector<KeyRule> keys{
         // Renderer chain and outputs.
         {"_bool_IsFirstRenderer", V::Bool},
         {"_bool_IsFinalRenderer", V::Bool},
@@ -179,13 +179,13 @@ DecodedInput DecodeInput(const uint8_t* data, size_t size) {
         ParamRecord record;
         record.target = static_cast<ParamTarget>(targetByte);
         if (record.target == ParamTarget::SceneEntry || record.target == ParamTarget::Object) record.entry = in.Byte();
-        const KeySpec& spec = keys[in.Byte() % keys.size()];
+        const KeyRule& rule = keys[in.Byte() % keys.size()];
         const uint8_t typeByte = in.Byte();
-        ValueType type = spec.type;
+        ValueType type = rule.type;
         if (typeByte >= kWrongTypeFrom)
             type = static_cast<ValueType>((typeByte - kWrongTypeFrom) % static_cast<int>(ValueType::Count));
-        record.key = spec.key;
-        record.value = ReadValue(in, spec, type);
+        record.key = rule.key;
+        record.value = ReadValue(in, rule, type);
         input.requests.back().push_back(std::move(record));
     }
     return input;
@@ -207,8 +207,8 @@ void InputEncoder::Put(const T& value) {
 namespace {
 
 template <class T>
-uint16_t RangedBits(const KeySpec& spec, T value) {
-    const double f = (static_cast<double>(value) - spec.lo) / (spec.hi - spec.lo);
+uint16_t RangedBits(const KeyRule& rule, T value) {
+    const double f = (static_cast<double>(value) - rule.lo) / (rule.hi - rule.lo);
     if (!(f > 0.0)) return 0;
     if (f >= 1.0) return 65535;
     return static_cast<uint16_t>(std::lround(f * 65535.0));
@@ -221,11 +221,11 @@ const T* As(const std::any& value) {
 
 }  // namespace
 
-void InputEncoder::PutValue(const KeySpec& spec, const std::any& value) {
+void InputEncoder::PutValue(const KeyRule& rule, const std::any& value) {
     const auto components = [&](const auto* p, int count) {
         for (int i = 0; i < count; ++i) {
-            if (spec.Ranged())
-                Put(RangedBits(spec, p[i]));
+            if (rule.Ranged())
+                Put(RangedBits(rule, p[i]));
             else
                 Put(p[i]);
         }
@@ -243,12 +243,12 @@ void InputEncoder::PutValue(const KeySpec& spec, const std::any& value) {
         Put(static_cast<uint8_t>(count));
         components(items.data(), static_cast<int>(count));
     };
-    switch (spec.type) {
+    switch (rule.type) {
         case V::Bool: Put(static_cast<uint8_t>(*As<bool>(value) ? 1 : 0)); break;
         case V::Int:
-            if (spec.Ranged())
-                Put(static_cast<uint16_t>(std::clamp(*As<int32_t>(value) - static_cast<int32_t>(spec.lo), 0,
-                                                     static_cast<int32_t>(spec.hi - spec.lo))));
+            if (rule.Ranged())
+                Put(static_cast<uint16_t>(std::clamp(*As<int32_t>(value) - static_cast<int32_t>(rule.lo), 0,
+                                                     static_cast<int32_t>(rule.hi - rule.lo))));
             else
                 Put(*As<int32_t>(value));
             break;
@@ -277,7 +277,7 @@ void InputEncoder::PutValue(const KeySpec& spec, const std::any& value) {
 
 bool InputEncoder::Add(ParamTarget target, int entry, const std::string& key, const std::any& value) {
     const auto& keys = KnownKeys();
-    const auto it = std::find_if(keys.begin(), keys.end(), [&](const KeySpec& k) { return key == k.key; });
+    const auto it = std::find_if(keys.begin(), keys.end(), [&](const KeyRule& k) { return key == k.key; });
     if (it == keys.end()) return false;
     bool typeMatches = false;
     switch (it->type) {

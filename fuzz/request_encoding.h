@@ -23,14 +23,14 @@ enum class ValueType : uint8_t {
 // A key the renderers read, with its type. Keys whose value sets the amount of
 // work (slab thickness, kernel radius, line thickness, image extents) carry a
 // range [lo, hi] so that one input cannot ask for hours of drawing.
-struct KeySpec {
+struct KeyRule {
     const char* key;
     ValueType type;
     double lo = 0.0;
     double hi = 0.0;
     bool Ranged() const { return lo < hi; }
 };
-const std::vector<KeySpec>& KnownKeys();
+const std::vector<KeyRule>& KnownKeys();
 
 enum class ParamTarget : uint8_t { Request, Image, SceneEntry, Object, Count };
 
@@ -72,7 +72,7 @@ public:
 private:
     template <class T>
     void Put(const T& value);
-    void PutValue(const KeySpec& spec, const std::any& value);
+    void PutValue(const KeyRule& rule, const std::any& value);
     std::vector<uint8_t> bytes_;
 };
 

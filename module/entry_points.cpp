@@ -41,4 +41,4 @@ void InteropCustomWork(zrobjects::ModuleRequest* request) {
     if (slot) *slot = &EndBackgroundThread;
 }
 
-void GetModuleSpecification(std::vector<std::string>* specification) { specification->push_back("WINDOWS"); }
+void GetModuleSpecification(std::vector<std::string>* entries) { entries->push_back("WINDOWS"); }

@@ -18,7 +18,7 @@ ZR_EXPORT bool DoModule(zrobjects::ModuleRequest* request);
 ZR_EXPORT void DeInitModule();
 ZR_EXPORT double GetProgress();
 ZR_EXPORT void InteropCustomWork(zrobjects::ModuleRequest* request);
-ZR_EXPORT void GetModuleSpecification(std::vector<std::string>* specification);
+ZR_EXPORT void GetModuleSpecification(std::vector<std::string>* entries);
 
 // Function types of the exports, for hosts that load the module at run time.
 using CheckModuleParametersFn = bool (*)();

@@ -78,9 +78,9 @@ TEST(PluginLifecycle, ProgressFollowsTheRequestOutcome) {
 }
 
 TEST(PluginQueries, SpecificationAppendsWindowsAtTheEnd) {
-    std::vector<std::string> specification{"A", "B"};
-    Plugin().getModuleSpecification(&specification);
-    EXPECT_EQ(specification, (std::vector<std::string>{"A", "B", "WINDOWS"}));
+    std::vector<std::string> entries{"A", "B"};
+    Plugin().getModuleSpecification(&entries);
+    EXPECT_EQ(entries, (std::vector<std::string>{"A", "B", "WINDOWS"}));
 }
 
 TEST(PluginQueries, InteropHandsOutADelegateOnlyIntoANonNullSlot) {

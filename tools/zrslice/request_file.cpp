@@ -85,11 +85,11 @@ ObjectSpec ParseObject(const std::string& name, const json& value) {
     return object;
 }
 
-SceneEntrySpec ParseEntry(const json& value, size_t index, const std::vector<ObjectSpec>& objects) {
+SceneEntryDescription ParseEntry(const json& value, size_t index, const std::vector<ObjectSpec>& objects) {
     const std::string where = "scene[" + std::to_string(index) + "]";
     const Fields f(value, where);
     f.OnlyKnown({"object", "enabled", "colour", "matrix", "tables", "objectParams", "params"});
-    SceneEntrySpec entry;
+    SceneEntryDescription entry;
     entry.object = f.String("object");
     const ObjectSpec* object = nullptr;
     for (const ObjectSpec& o : objects) object = o.name == entry.object ? &o : object;
@@ -166,7 +166,7 @@ RequestFile ParseRequestDocument(const json& document, const std::string& path, 
                 if (!t.is_string()) Fail(where + ".targetVolume", "expects an object name, got " + Shown(t));
                 target = t.get<std::string>();
                 bool known = false;
-                for (const SceneEntrySpec& e : file.scene) known = known || e.object == target;
+                for (const SceneEntryDescription& e : file.scene) known = known || e.object == target;
                 if (!known) Fail(where + ".targetVolume", "names \"" + target + "\", which is not in the scene");
                 params.erase("targetVolume");
             }
@@ -177,7 +177,7 @@ RequestFile ParseRequestDocument(const json& document, const std::string& path, 
                     Fail(where + ".sceneObjects", "expects a non-empty array of object names, got " + Shown(list));
                 for (const json& name : list) {
                     bool known = false;
-                    for (const SceneEntrySpec& e : file.scene) known = known || (name.is_string() && e.object == name);
+                    for (const SceneEntryDescription& e : file.scene) known = known || (name.is_string() && e.object == name);
                     if (!known) Fail(where + ".sceneObjects", "names " + Shown(name) + ", which is not in the scene");
                     only.insert(name.get<std::string>());
                 }
@@ -233,7 +233,7 @@ Scene BuildScene(const RequestFile& file) {
 
         // Only objects that the scene list uses (directly or as a table) are built.
         std::set<std::string> used;
-        for (const SceneEntrySpec& e : file.scene) {
+        for (const SceneEntryDescription& e : file.scene) {
             used.insert(e.object);
             for (const auto& [dirName, target] : e.tables) used.insert(target);
         }
@@ -252,19 +252,19 @@ Scene BuildScene(const RequestFile& file) {
                     break;
             }
         }
-        for (const SceneEntrySpec& spec : file.scene) {
-            auto object = std::static_pointer_cast<zrobjects::ZrVObject>(scene.objects.at(spec.object));
+        for (const SceneEntryDescription& described : file.scene) {
+            auto object = std::static_pointer_cast<zrobjects::ZrVObject>(scene.objects.at(described.object));
             if (auto* volume = dynamic_cast<zrobjects::ZrVObjectVolume*>(object.get())) {
-                for (const auto& [dirName, target] : spec.tables) volume->SetTableObject(dirName, scene.objects.at(target));
+                for (const auto& [dirName, target] : described.tables) volume->SetTableObject(dirName, scene.objects.at(target));
             }
-            for (const auto& [key, value] : spec.objectParams) object->SetObjParam(key, value);
+            for (const auto& [key, value] : described.objectParams) object->SetObjParam(key, value);
             zrobjects::SceneEntry entry;
             entry.object = object.get();
-            entry.enabled = spec.enabled;
-            entry.colour = spec.colour;
-            entry.objectToWorld = spec.objectToWorld;
-            entry.worldToObject = glm::mat4(glm::inverse(glm::dmat4(spec.objectToWorld)));
-            entry.params = spec.params;
+            entry.enabled = described.enabled;
+            entry.colour = described.colour;
+            entry.objectToWorld = described.objectToWorld;
+            entry.worldToObject = glm::mat4(glm::inverse(glm::dmat4(described.objectToWorld)));
+            entry.params = described.params;
             scene.entries.push_back(std::move(entry));
         }
     } catch (const InputError&) {

@@ -43,7 +43,7 @@ struct ObjectSpec {
     nlohmann::json source;  // the object's JSON, checked by ParseRequestFile
 };
 
-struct SceneEntrySpec {
+struct SceneEntryDescription {
     std::string object;
     bool enabled = true;
     glm::vec3 colour{1.0f};
@@ -60,7 +60,7 @@ struct RequestFile {
     std::filesystem::path baseDirectory;  // relative file names are taken from here
     ImageSpec image;
     std::vector<ObjectSpec> objects;
-    std::vector<SceneEntrySpec> scene;
+    std::vector<SceneEntryDescription> scene;
     std::vector<zrobjects::ParamMap> requests;
     // Per request, the object named by its "targetVolume" directive (empty when
     // none): the host writes that object's id as "_int_TargetVolumeObjectID",
