@@ -19,6 +19,7 @@
 #include "host/table_builder.h"
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
+#include "tests/volume/kernels/slice_fixtures.h"
 #include "volume/kernels/matrix_record.h"
 
 namespace thicktest {
@@ -28,12 +29,7 @@ namespace thicktest {
 template <class T = uint16_t, class F>
 std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeFrom(glm::ivec3 dims, F value,
                                                        const zrobjects::VolumeGeometry& geometry = {}) {
-    std::vector<T> voxels(static_cast<size_t>(dims.x) * dims.y * dims.z);
-    size_t n = 0;
-    for (int k = 0; k < dims.z; ++k)
-        for (int j = 0; j < dims.y; ++j)
-            for (int i = 0; i < dims.x; ++i) voxels[n++] = static_cast<T>(value(i, j, k));
-    return zrobjects::MakeVolume<T>(std::span<const T>(voxels), dims, geometry);
+    return slicetest::MakeVolumeFrom<T>(dims, value, geometry);
 }
 
 // World millimetres to voxel coordinates of a volume built with `geometry`.
