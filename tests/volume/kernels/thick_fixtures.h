@@ -89,4 +89,19 @@ void WithThreads(int threads, Body&& body) {
     omp_set_num_threads(previous);
 }
 
+// Draws with `render` at 1 and at 2 threads and expects the same colour and
+// value bytes both times.
+template <class Render>
+void ExpectSameBytesAtOneAndTwoThreads(zrobjects::ZrIObject& image, Render&& render, int code) {
+    std::vector<uint32_t> colour[2];
+    std::vector<uint16_t> values[2];
+    for (int threads : {1, 2}) {
+        WithThreads(threads, [&] { ASSERT_TRUE(render()); });
+        colour[threads - 1] = ColourCopy(image);
+        values[threads - 1] = ValueCopy(image);
+    }
+    EXPECT_EQ(colour[0], colour[1]) << code;
+    EXPECT_EQ(values[0], values[1]) << code;
+}
+
 }  // namespace thicktest
