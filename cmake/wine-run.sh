@@ -3,6 +3,11 @@
 # in the build tree beside the program's bin/ folder unless WINEPREFIX is set,
 # so builds never share or touch a user's prefix. Wine's own diagnostics are
 # silenced; the program's output and exit code pass through unchanged.
+#
+# Wine now and then fails to start a program at all (a start racing the
+# server's set-up or shut-down): it exits non-zero before the program has
+# printed a byte. Such a start is retried, twice at most, and said on stderr;
+# a program that ran and failed is never retried.
 set -euo pipefail
 program=$1
 shift
@@ -22,6 +27,19 @@ if [ -z "$wine" ]; then
     exit 127
 fi
 mkdir -p "$WINEPREFIX"
-# Wine starts programs relative to its own drive mapping; an absolute Unix path
-# is reachable through drive Z:, which Wine maps to / by default.
-exec "$wine" "$program" "$@"
+out=$(mktemp)
+err=$(mktemp)
+trap 'rm -f "$out" "$err"' EXIT
+for attempt in 1 2 3; do
+    # Wine starts programs relative to its own drive mapping; an absolute Unix
+    # path is reachable through drive Z:, which Wine maps to / by default.
+    status=0
+    "$wine" "$program" "$@" >"$out" 2>"$err" || status=$?
+    if [ "$status" -eq 0 ] || [ -s "$out" ] || [ "$attempt" -eq 3 ]; then break; fi
+    echo "wine-run: wine exited with $status before $(basename "$program") printed anything" \
+         "(stderr: $(head -c 300 "$err" | tr '\n' ' ')); starting it again" >&2
+    sleep 1
+done
+cat "$out"
+cat "$err" >&2
+exit "$status"
