@@ -286,6 +286,8 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
     base.centre = run.g.lateralCentre;
     base.extent = run.g.lateralExtent;
     for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
+    const float* last = run.toVoxel.m + 12;
+    base.affine = last[0] == 0.0f && last[1] == 0.0f && last[2] == 0.0f && last[3] == 1.0f;
     base.width = width;
     base.length = run.otfLength;
     base.colour.table = run.otfRow;

@@ -141,6 +141,10 @@ struct CurvedRowJob {
     float centre = 0.0f;
     float extent = 0.0f;
     float toVoxel[16];
+    // The record's last row is (0, 0, 0, 1): w is exactly 1 for every finite
+    // point, so the divisions change nothing and are skipped. (A non-finite
+    // point gives a non-finite coordinate either way and lies outside.)
+    bool affine = false;
     int width = 0;
     float length = 0.0f;
     LaneColour colour;

@@ -203,14 +203,20 @@ TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
     args.upVectors = ups.data();
     args.tangents = tangents.data();
     args.curveCount = static_cast<int>(points.size());
-    args.worldToVoxel = slicetest::IdentityRecord();
     args.planeHeight = 30.0f;
     args.halfThickness = 1.5f;
     const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(args);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
+    // An affine record (the lanes skip the division by w) and a projective one.
+    zrvolume::Matrix16 projective = slicetest::IdentityRecord();
+    projective.m[12] = 0.004f;
+    projective.m[13] = -0.003f;
+    projective.m[15] = 0.97f;
 
-    for (bool rightSide : {false, true}) {
-        args.rightSide = rightSide;
+    for (int pass = 0; pass < 3; ++pass) {
+        args.rightSide = pass == 1;
+        args.worldToVoxel = pass == 2 ? projective : slicetest::IdentityRecord();
+        SCOPED_TRACE("pass " + std::to_string(pass));
         const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
             zrreference::CurvedThin(grid, args, geometry, TableRow(*table), 1000.0f, false, out);
         });
