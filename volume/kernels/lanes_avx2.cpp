@@ -1,6 +1,7 @@
 // The lane row loops (lane_kernels.inc) compiled for AVX2: 8 lanes, masks as
 // all-ones lanes, masked gathers; the 16-bit masked store merges with the old
 // contents. Only called after the run-time check in simd_dispatch.cpp.
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
@@ -56,7 +57,9 @@ struct Ops {
     static M And(M a, M b) { return _mm256_and_si256(a, b); }
     static M Or(M a, M b) { return _mm256_or_si256(a, b); }
     static M NoLanes() { return _mm256_setzero_si256(); }
+    static M AllLanes() { return _mm256_set1_epi32(-1); }
     static bool Any(M m) { return !_mm256_testz_si256(m, m); }
+    static bool All(M m) { return _mm256_movemask_ps(_mm256_castsi256_ps(m)) == 0xff; }
     static F SelF(M m, F a, F b) { return _mm256_blendv_ps(b, a, _mm256_castsi256_ps(m)); }
     static I SelI(M m, I a, I b) { return _mm256_blendv_epi8(b, a, m); }
 
@@ -82,6 +85,9 @@ struct Ops {
 
     static I Gather(M m, const unsigned char* base, I offset) {
         return _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), reinterpret_cast<const int*>(base), offset, m, 1);
+    }
+    static I GatherAll(const unsigned char* base, I offset) {
+        return _mm256_i32gather_epi32(reinterpret_cast<const int*>(base), offset, 1);
     }
     static I GatherTable(const uint32_t* table, I index) {
         return _mm256_i32gather_epi32(reinterpret_cast<const int*>(table), index, 4);

@@ -1,6 +1,7 @@
 // The lane row loops (lane_kernels.inc) compiled for AVX-512 (F, BW, DQ, VL):
 // 16 lanes, mask registers, masked gathers and stores. Only called after the
 // run-time check in simd_dispatch.cpp.
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
@@ -56,7 +57,9 @@ struct Ops {
     static M And(M a, M b) { return static_cast<M>(a & b); }
     static M Or(M a, M b) { return static_cast<M>(a | b); }
     static M NoLanes() { return 0; }
+    static M AllLanes() { return 0xffff; }
     static bool Any(M m) { return m != 0; }
+    static bool All(M m) { return m == 0xffff; }
     static F SelF(M m, F a, F b) { return _mm512_mask_blend_ps(m, b, a); }
     static I SelI(M m, I a, I b) { return _mm512_mask_blend_epi32(m, b, a); }
 
@@ -84,6 +87,7 @@ struct Ops {
     static I Gather(M m, const unsigned char* base, I offset) {
         return _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), m, offset, base, 1);
     }
+    static I GatherAll(const unsigned char* base, I offset) { return _mm512_i32gather_epi32(offset, base, 1); }
     static I GatherTable(const uint32_t* table, I index) { return _mm512_i32gather_epi32(index, table, 4); }
 
     static void StoreU32(uint32_t* p, I v) { _mm512_storeu_si512(p, v); }
