@@ -58,9 +58,10 @@ bool MakeLaneVolume(const VoxelGrid<T>& grid, LaneVolume& out) {
     if (sliceBytes < rowBytes * (grid.dims.y + 2 * grid.margins.y)) return false;
     for (int s = 1; s < slices; ++s)
         if (static_cast<const unsigned char*>(grid.slices[s]) - first != sliceBytes * s) return false;
-    // Largest offset read: the slice past the last, last row, one element past
-    // the last voxel (the smallest is one slice before the first).
-    const int64_t last = sliceBytes * grid.dims.z + rowBytes * (grid.dims.y - 1) +
+    // Largest offset formed: the slice and the row past the last ones (reads
+    // reach the slice, prefetches also the row), one element past the last
+    // voxel; the smallest is one slice before the first.
+    const int64_t last = sliceBytes * grid.dims.z + rowBytes * grid.dims.y +
                          static_cast<int64_t>(grid.dims.x + 2) * static_cast<int64_t>(sizeof(T));
     if (last >= (int64_t(1) << 31) - 64) return false;
     out.base = reinterpret_cast<const unsigned char*>(grid.Row(0, 0));
