@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include <omp.h>
+
 namespace zrvolume {
 
 template <class Body>
@@ -36,6 +38,14 @@ void ParallelForStrips(int width, int height, int stripWidth, const Body& body) 
         const int to = std::min(width, from + stripWidth);
         for (int y = 0; y < height; ++y) body(y, from, to);
     });
+}
+
+// A strip width between `narrowest` and `widest` columns (multiples of 16, the
+// widest lane group) that still gives every thread two strips of `width`
+// columns where it can, so that strips of unequal cost even out.
+inline int BalancedStripWidth(int width, int narrowest, int widest) {
+    const int perThreadPair = width / (2 * std::max(1, omp_get_max_threads()));
+    return std::clamp(perThreadPair / 16 * 16, narrowest, widest);
 }
 
 }  // namespace zrvolume
