@@ -20,7 +20,9 @@
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
 #include "tests/volume/kernels/slice_fixtures.h"
+#include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/matrix_record.h"
+#include "volume/kernels/slab_projection.h"
 
 namespace thicktest {
 
@@ -78,6 +80,48 @@ inline std::shared_ptr<zrobjects::ZrObject> IndexTable(int length = zrobjects::k
     for (int t = 0; t < length; ++t)
         entries[t] = zrobjects::PackEntry(0, static_cast<uint8_t>((t >> 8) & 0xff), static_cast<uint8_t>(t & 0xff), 255);
     return zrobjects::MakeTableObject({entries});
+}
+
+// A slab drawn over the whole image into colour buffer 1 and value buffer 0.
+inline zrvolume::SlabProjectionArgs SlabArgs(zrobjects::ZrVObjectVolume& volume, zrobjects::ZrObject& table,
+                                             zrobjects::ZrIObject& image, const zrvolume::SlabGeometry& g,
+                                             int code) {
+    zrvolume::SlabProjectionArgs a;
+    a.volume = &volume;
+    a.tableOwner = &table;
+    a.image = &image;
+    a.colourIndex = 1;
+    a.valueIndex = 0;
+    a.width = image.Width();
+    a.height = image.Height();
+    a.geometry = g;
+    a.projectionCode = code;
+    return a;
+}
+
+// A thin curved section along `points` (world millimetres, with voxel (i, j, k)
+// at (i, j, k) mm) over the whole image, 1 mm per row, into colour buffer 1 and
+// value buffer 0. The vectors must outlive the arguments.
+inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& volume, zrobjects::ZrObject& table,
+                                                  zrobjects::ZrIObject& image, const std::vector<glm::vec3>& points,
+                                                  const std::vector<glm::vec3>& ups,
+                                                  const std::vector<glm::vec3>& tangents) {
+    zrvolume::CurvedReformationArgs a;
+    a.volume = &volume;
+    a.tableOwner = &table;
+    a.image = &image;
+    a.colourIndex = 1;
+    a.valueIndex = 0;
+    a.width = image.Width();
+    a.height = image.Height();
+    a.curvePoints = points.data();
+    a.upVectors = ups.data();
+    a.tangents = tangents.data();
+    a.curveCount = static_cast<int>(points.size());
+    a.worldToVoxel = WorldToVoxel();
+    a.planeHeight = static_cast<float>(image.Height() - 1);
+    a.layerStep = 1.0f;
+    return a;
 }
 
 // Runs `body` with OpenMP limited to `threads`, restoring the previous limit.
