@@ -143,29 +143,17 @@ public:
         ring_ = MakeMeshPrimitive(MakeTorusMesh({-20.0, -30.0, 23.0}, {1.0, 0.0, 0.0}, 22.0, 6.0, 48));
         dots_ = MakeMeshPrimitive(MakeSkinPointSet(120));
 
-        const std::array<ZrVObject*, kEntryCount> objects{head_.get(), dose_.get(), skin_.get(),
-                                                          ball_.get(),  ring_.get(), dots_.get()};
-        const std::array<glm::vec3, kEntryCount> colours{
-            glm::vec3(1.0f), glm::vec3(1.0f), {1.0f, 0.9f, 0.1f}, {1.0f, 0.15f, 0.1f}, {0.2f, 1.0f, 0.3f},
-            {0.3f, 0.6f, 1.0f}};
-        for (int e = 0; e < kEntryCount; ++e) {
-            SceneEntry entry;
-            entry.object = objects[e];
-            entry.colour = colours[e];
-            request_.scene.push_back(entry);
+        const std::array<std::pair<ZrVObject*, glm::vec3>, kEntryCount> entries{
+            {{head_.get(), glm::vec3(1.0f)}, {dose_.get(), glm::vec3(1.0f)}, {skin_.get(), {1.0f, 0.9f, 0.1f}},
+             {ball_.get(), {1.0f, 0.15f, 0.1f}}, {ring_.get(), {0.2f, 1.0f, 0.3f}}, {dots_.get(), {0.3f, 0.6f, 1.0f}}}};
+        for (const auto& [object, colour] : entries) {
+            request_.scene.emplace_back();
+            request_.scene.back().object = object;
+            request_.scene.back().colour = colour;
         }
-        request_.scene[kHead].params["_double_ThicknessInside"] = 3.0;
-        request_.scene[kHead].params["_double_ThicknessOutside"] = 4.0;
-        request_.scene[kDose].params["_double_WindowingCenter"] = 30.0;
-        request_.scene[kDose].params["_double_WindowingWidth"] = 60.0;
-
-        SectionView view;
-        view.centre = {0.0, 0.0, 20.0};
-        view.viewDirection = {0.0, 0.0, 1.0};
-        view.up = {0.0, -1.0, 0.0};
-        view.pixelSpacing = {0.95, 0.95};
-        view.size = {kSize, kSize};
-        image_ = MakeSectionImage(view);
+        request_.scene[kHead].params = {{"_double_ThicknessInside", 3.0}, {"_double_ThicknessOutside", 4.0}};
+        request_.scene[kDose].params = {{"_double_WindowingCenter", 30.0}, {"_double_WindowingWidth", 60.0}};
+        image_ = MakeSectionImage({{0.0, 0.0, 20.0}, {0.0, 0.0, 1.0}, {0.0, -1.0, 0.0}, {0.95, 0.95}, {kSize, kSize}});
         kinds_ = MakeKinds();
     }
 
@@ -275,36 +263,25 @@ private:
         kinds.push_back({"slab minimum", {slice({{"_int_VolumeRayCastType", 11}, {"_float_PlaneThickness", 30.0f}})}});
         kinds.push_back({"slab average", {slice({{"_int_VolumeRayCastType", 12}, {"_float_PlaneThickness", 30.0f}})}});
         kinds.push_back({"shaded compositing", {slice({{"_int_VolumeRayCastType", 1}, {"_float_PlaneThickness", 60.0f}})}});
-        kinds.push_back({"fast mode",
-                         {slice({{"_bool_IsFastQualityMode", true},
-                                 {"_int_LengthFastModeMax", 32},
-                                 {"_bool_StoreSampleValueToCustomBuffer", true}})}});
-        kinds.push_back({"blending chain",
-                         {Step{"SECTIONAL_VOLUME", {kHead}, {{"_bool_IsFirstRenderer", true}, {"_bool_IsFinalRenderer", false}}},
-                          Step{"SECTIONAL_VOLUME", {kDose}, {{"_bool_IsFirstRenderer", false}, {"_bool_IsFinalRenderer", true}}}}});
+        kinds.push_back({"fast mode", {slice({{"_bool_IsFastQualityMode", true}, {"_int_LengthFastModeMax", 32},
+                                              {"_bool_StoreSampleValueToCustomBuffer", true}})}});
+        kinds.push_back({"blending chain", {underMesh, Step{"SECTIONAL_VOLUME", {kDose},
+                                                            {{"_bool_IsFirstRenderer", false}, {"_bool_IsFinalRenderer", true}}}}});
         kinds.push_back({"mask-selected tables", {slice({})}});
         kinds.back().maskTables = true;
-        kinds.push_back({"iso lines drawn",
-                         {slice({{"_bool_DrawIsoBoundary", true},
-                                 {"_int_TargetVolumeObjectID", headId},
-                                 {"_int_Density0", 1500},
-                                 {"_double4_ColorOuter", glm::dvec4(1.0, 1.0, 0.0, 1.0)},
-                                 {"_int_IsoValueBoundary", 1094},
-                                 {"_double4_ColorIso", glm::dvec4(1.0, 0.0, 0.0, 1.0)}})}});
-        kinds.push_back({"iso lines returned",
-                         {slice({{"_bool_DrawIsoBoundary", true},
-                                 {"_bool_GetBoundaryLines", true},
-                                 {"_int_TargetVolumeObjectID", headId},
-                                 {"_int_Density1", 1044},
-                                 {"_double4_ColorInner", glm::dvec4(0.0, 1.0, 1.0, 1.0)},
-                                 {"_int_IsoValueBoundary", 1094},
-                                 {"_double4_ColorIso", glm::dvec4(1.0, 0.0, 0.0, 1.0)}})}});
+        const ParamMap iso{{"_bool_DrawIsoBoundary", true}, {"_int_TargetVolumeObjectID", headId},
+                           {"_int_IsoValueBoundary", 1094}, {"_double4_ColorIso", glm::dvec4(1.0, 0.0, 0.0, 1.0)}};
+        const auto with = [](ParamMap map, const ParamMap& more) {
+            map.insert(more.begin(), more.end());
+            return map;
+        };
+        kinds.push_back({"iso lines drawn", {slice(with(iso, {{"_int_Density0", 1500},
+                                                              {"_double4_ColorOuter", glm::dvec4(1.0, 1.0, 0.0, 1.0)}}))}});
+        kinds.push_back({"iso lines returned", {slice(with(iso, {{"_bool_GetBoundaryLines", true}, {"_int_Density1", 1044},
+                                                                 {"_double4_ColorInner", glm::dvec4(0.0, 1.0, 1.0, 1.0)}}))}});
         kinds.push_back({"curved reformation",
-                         {slice({{"_bool_IsNonlinear", true},
-                                 {"_float_ExPlaneWidth", 200.0f},
-                                 {"_float_ExPlaneHeight", 160.0f},
-                                 {"_float_CurveThicknessPositionRange", 1.0f},
-                                 {"_float_ThicknessRatio", 0.0f},
+                         {slice({{"_bool_IsNonlinear", true}, {"_float_ExPlaneWidth", 200.0f}, {"_float_ExPlaneHeight", 160.0f},
+                                 {"_float_CurveThicknessPositionRange", 1.0f}, {"_float_ThicknessRatio", 0.0f},
                                  {"_vlist_FLOAT3_CurveInterpolations", arch.points},
                                  {"_vlist_FLOAT3_CurveUpVectors", arch.upVectors},
                                  {"_vlist_FLOAT3_CurveTangentVectors", arch.tangents}})}});
@@ -314,11 +291,9 @@ private:
                          {underMesh, mesh({kSkin, kBall, kRing}, {{"_int_LineThickness", 2}})}});
         kinds.push_back({"mesh cross lines", {underMesh, mesh({kSkin, kBall, kRing}, {{"_bool_GetCrossLines", true}})}});
         kinds.back().returnsCrossLines = true;
-        kinds.push_back({"antialiased mesh cut",
-                         {underMesh, mesh({kBall, kRing},
-                                          {{"_bool_ApplyAntialiasing", true},
-                                           {"_int_KernelRadius", 1},
-                                           {"_double_Sigma", 1.0}})}});
+        kinds.push_back({"antialiased mesh cut", {underMesh, mesh({kBall, kRing}, {{"_bool_ApplyAntialiasing", true},
+                                                                                  {"_int_KernelRadius", 1},
+                                                                                  {"_double_Sigma", 1.0}})}});
         kinds.back().repeatable = false;
         kinds.push_back({"point set", {underMesh, mesh({kDots}, {{"_double_SphereRadius", 2.0}})}});
         return kinds;

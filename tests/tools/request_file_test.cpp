@@ -107,8 +107,6 @@ TEST(RequestFileErrors, EachMistakeIsNamed) {
         {"/scene/0/tables/LUT", "window", "unknown table directory name"},
         {"/scene/0/params/_float_PlaneThickness", "thick", "\"_float_PlaneThickness\" expects a number"},
         {"/requests/0/_bool_IsRGBA", 1, "requests[0]: \"_bool_IsRGBA\" expects true or false"},
-        {"/requests/0/_colour_Background", 1, "\"_colour_Background\" has no known type tag"},
-        {"/requests/0/_ZrIObject*_RenderOut", 0, "filled in by the host"},
         {"/requests/0/targetVolume", "nobody", "not in the scene"},
         {"/scene/1/matrix", json::parse("[[0,0,0,0],[0,1,0,0],[0,0,1,0],[0,0,0,1]]"), "matrix is singular"},
         {"/image/zoom", 2, "unknown field \"zoom\""},

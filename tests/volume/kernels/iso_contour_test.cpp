@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -15,7 +16,7 @@ using zrvolume::DrawIsoContourLines;
 using zrvolume::DrawLineDDA;
 
 constexpr uint32_t kLine = 0xff00ff00u;
-constexpr uint32_t kBlank = 0x77777777u;
+constexpr uint32_t kBlank = kUntouched;
 
 using Segment = std::pair<glm::dvec2, glm::dvec2>;
 
@@ -139,7 +140,7 @@ TYPED_TEST(IsoContourTyped, CornersAtTheIsoValueCountAsNotBelow) {
 TEST(IsoContour, SpikeGivesADiamondAndTheListIsAppended) {
     ContourScene<unsigned short> scene({7, 7}, [](int i, int j) { return i == 3 && j == 3 ? 100 : 0; });
     std::vector<double> list = {-1.0, -2.0};
-    Fill(*scene.image, kBlank, 0);
+    Fill(*scene.image);
     ASSERT_TRUE(scene.Run(50, &list));
     EXPECT_EQ(list[0], -1.0);
     EXPECT_EQ(list[1], -2.0);
@@ -164,7 +165,7 @@ TEST(IsoContour, DrawingPlotsTheListedSegments) {
     std::vector<uint32_t> expected(12 * 10, kBlank);
     for (const Segment& s : Segments(list))
         DrawLineDDA(glm::vec2(s.first), glm::vec2(s.second), kLine, expected.data(), 12, 10);
-    Fill(*scene.image, kBlank, 0);
+    Fill(*scene.image);
     ASSERT_TRUE(scene.Run(10, nullptr));
     EXPECT_EQ(ColourCopy(*scene.image), expected);
 }
@@ -180,7 +181,7 @@ TEST(IsoContour, PlaneShorterThanAVoxelGivesNoLines) {
 TEST(IsoContour, UnsupportedVoxelTypeSucceedsWithoutLines) {
     auto volume = MakeVolumeFrom<float>({4, 4, 3}, [](int i, int, int) { return i * 30.0f; });
     auto image = MakeImage(4, 4, 1.0);
-    Fill(*image, kBlank, 0);
+    Fill(*image);
     const auto plane = PlaneFromCorners({0, 0, 1}, {3, 0, 1}, {0, 3, 1}, {3, 3, 1}, 4, 4);
     std::vector<double> list;
     EXPECT_TRUE(DrawIsoContourLines(*volume, IdentityRecord(), IdentityRecord(), *image, plane, 0, 45, kLine, &list));
@@ -247,23 +248,20 @@ protected:
     }
 };
 
-TEST_F(LineDDA, HorizontalAndDiagonalLines) {
-    Draw({1.2f, 2.4f}, {5.4f, 2.4f});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{1, 2}, {2, 2}, {3, 2}, {4, 2}, {5, 2}}));
-    storage.assign(storage.size(), kBlank);
-    Draw({0, 0}, {3, 3});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{0, 0}, {1, 1}, {2, 2}, {3, 3}}));
-}
-
-TEST_F(LineDDA, StepsStartFromTheUnroundedEnd) {
-    // Four steps along y of a quarter pixel in x from x = 1.
-    Draw({1, 0}, {2, 4});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{1, 0}, {1, 1}, {2, 2}, {2, 3}, {2, 4}}));
-}
-
-TEST_F(LineDDA, EndsRoundingToOnePixelPlotThatPixel) {
-    Draw({2.2f, 2.3f}, {2.4f, 1.9f});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{2, 2}}));
+// Steps start from the unrounded end (a quarter pixel in x per step from x =
+// 1), and ends rounding to one pixel plot that pixel.
+TEST_F(LineDDA, PlotsOnePixelPerStepAlongTheLongerAxis) {
+    using Pixels = std::set<std::pair<int, int>>;
+    const std::tuple<glm::vec2, glm::vec2, Pixels> cases[] = {
+        {{1.2f, 2.4f}, {5.4f, 2.4f}, {{1, 2}, {2, 2}, {3, 2}, {4, 2}, {5, 2}}},
+        {{0, 0}, {3, 3}, {{0, 0}, {1, 1}, {2, 2}, {3, 3}}},
+        {{1, 0}, {2, 4}, {{1, 0}, {1, 1}, {2, 2}, {2, 3}, {2, 4}}},
+        {{2.2f, 2.3f}, {2.4f, 1.9f}, {{2, 2}}}};
+    for (const auto& [a, b, expected] : cases) {
+        storage.assign(storage.size(), kBlank);
+        Draw(a, b);
+        EXPECT_EQ(Plotted(), expected) << a.x << "," << a.y << " to " << b.x << "," << b.y;
+    }
 }
 
 TEST_F(LineDDA, PixelsOffTheBufferAreSkippedOneByOne) {
