@@ -1,7 +1,7 @@
 // Small scenes for the thick-section kernel tests: volumes from a voxel function
 // placed with voxel (i, j, k) at world (i, j, k) mm, bare target images with
 // colour and value buffers, tables whose entries tell which index was read, and
-// a helper that runs a kernel at a fixed thread count.
+// helpers that build the kernels' arguments and compare one and two threads.
 #pragma once
 
 #include <omp.h>
@@ -61,13 +61,9 @@ inline const uint32_t* Colour(zrobjects::ZrIObject& image) {
 inline const uint16_t* Values(zrobjects::ZrIObject& image) {
     return static_cast<const uint16_t*>(image.GetFrameBuffer(3, 0)->pixels);
 }
-inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image) {
-    const uint32_t* p = Colour(image);
-    return std::vector<uint32_t>(p, p + static_cast<size_t>(image.Width()) * image.Height());
-}
+inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image) { return slicetest::ColourCopy(image, 1); }
 inline std::vector<uint16_t> ValueCopy(zrobjects::ZrIObject& image) {
-    const uint16_t* p = Values(image);
-    return std::vector<uint16_t>(p, p + static_cast<size_t>(image.Width()) * image.Height());
+    return {Values(image), Values(image) + image.Width() * image.Height()};
 }
 
 inline uint32_t ByteOf(uint32_t pixel, int b) { return (pixel >> (8 * b)) & 0xffu; }
@@ -124,15 +120,6 @@ inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& vo
     return a;
 }
 
-// Runs `body` with OpenMP limited to `threads`, restoring the previous limit.
-template <class Body>
-void WithThreads(int threads, Body&& body) {
-    const int previous = omp_get_max_threads();
-    omp_set_num_threads(threads);
-    body();
-    omp_set_num_threads(previous);
-}
-
 // Draws with `render` at 1 and at 2 threads and expects the same colour and
 // value bytes both times.
 template <class Render>
@@ -140,7 +127,8 @@ void ExpectSameBytesAtOneAndTwoThreads(zrobjects::ZrIObject& image, Render&& ren
     std::vector<uint32_t> colour[2];
     std::vector<uint16_t> values[2];
     for (int threads : {1, 2}) {
-        WithThreads(threads, [&] { ASSERT_TRUE(render()); });
+        slicetest::ThreadCount count(threads);
+        ASSERT_TRUE(render());
         colour[threads - 1] = ColourCopy(image);
         values[threads - 1] = ValueCopy(image);
     }
