@@ -139,13 +139,12 @@ TEST(RequestFileErrors, ObjectMistakesSurfaceWhenTheSceneIsBuilt) {
             EXPECT_NE(e.Line().find(expected), std::string::npos) << e.Line();
         }
     }
-    json doc = Valid();
-    doc["objects"]["window"] = json::parse(R"({"type": "table", "window": {"centre": 0, "width": 0}})");
-    EXPECT_THROW(BuildScene(ParseRequestDocument(doc, "req.json", ".")), InputError);
-    doc["objects"]["window"] = json::parse(R"({"type": "table", "entries": ["0x1FFFFFFFF"]})");
-    EXPECT_THROW(BuildScene(ParseRequestDocument(doc, "req.json", ".")), InputError);
-    doc["objects"]["window"] = json::parse(R"({"type": "table", "preset": "lungs"})");
-    EXPECT_THROW(BuildScene(ParseRequestDocument(doc, "req.json", ".")), InputError);
+    for (const char* table : {R"({"type": "table", "window": {"centre": 0, "width": 0}})",
+                              R"({"type": "table", "entries": ["0x1FFFFFFFF"]})", R"({"type": "table", "preset": "lungs"})"}) {
+        json doc = Valid();
+        doc["objects"]["window"] = json::parse(table);
+        EXPECT_THROW(BuildScene(ParseRequestDocument(doc, "req.json", ".")), InputError) << table;
+    }
 }
 
 TEST(RequestFileErrors, UnreadableFiles) {
