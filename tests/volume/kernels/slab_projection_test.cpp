@@ -26,13 +26,14 @@ SlabGeometry GridSlab(glm::vec3 start, int width, int height, int count) {
     return g;
 }
 
-// Voxel value 10 k + 5 (layer z = k samples exactly 10 k + 5) in a 6 x 5 x 10
-// grid, and a 4 x 3 image.
+// Voxel value 10 k + 5 (layer z = k samples exactly 10 k + 5) in a 40 x 5 x 10
+// grid, and a 36 x 3 image: rows wide enough for the vector paths' full lanes
+// and strips as well as their per-pixel tails.
 struct Scene {
     std::shared_ptr<zrobjects::ZrVObjectVolume> volume =
-        VolumeFrom({6, 5, 10}, [](int, int, int k) { return 10 * k + 5; });
+        VolumeFrom({40, 5, 10}, [](int, int, int k) { return 10 * k + 5; });
     std::shared_ptr<zrobjects::ZrObject> table = IndexTable();
-    std::shared_ptr<zrobjects::ZrIObject> image = TargetImage(4, 3);
+    std::shared_ptr<zrobjects::ZrIObject> image = TargetImage(36, 3);
 
     SlabProjectionArgs Args(const SlabGeometry& g, int code) const { return SlabArgs(*volume, *table, *image, g, code); }
     SlabProjectionArgs Args(float z, int count, int code) const {
@@ -54,7 +55,7 @@ struct Scene {
 TEST(SlabProjectionReductions, MaximumMinimumAndTruncatedAverageOverTheLayers) {
     // Layers of the ramp sample 10 z + 5; the sparse volume holds 10 at z = 2,
     // 1 at z = 4 and 2 at z = 5, zero elsewhere.
-    const auto sparse = VolumeFrom({6, 5, 6}, [](int, int, int k) { return k == 2 ? 10 : (k == 4 ? 1 : (k == 5 ? 2 : 0)); });
+    const auto sparse = VolumeFrom({40, 5, 6}, [](int, int, int k) { return k == 2 ? 10 : (k == 4 ? 1 : (k == 5 ? 2 : 0)); });
     struct Case {
         bool ramp;
         float z;
@@ -112,7 +113,7 @@ TEST(SlabProjectionClipping, TheMarchEndsAtTheFirstClippedLayer) {
 
 TEST(SlabProjectionLookup, TheValueIndexesTheRowDirectlyAndTheValueBufferIsOptional) {
     Scene s;
-    s.volume = VolumeFrom({6, 5, 6}, [](int, int, int) { return 300; });
+    s.volume = VolumeFrom({40, 5, 6}, [](int, int, int) { return 300; });
     s.table = IndexTable(4096);  // the scaled lookup would read entry 19 for 300
     ASSERT_TRUE(RenderSlabProjection(s.Args(1, 3, 10)));
     s.ExpectEverywhere(300, true);
@@ -127,7 +128,7 @@ TEST(SlabProjectionLookup, TheValueIndexesTheRowDirectlyAndTheValueBufferIsOptio
 
 TEST(SlabProjectionDegenerate, AOneRowImageSamplesNothing) {
     Scene s;
-    s.image = TargetImage(5, 1);
+    s.image = TargetImage(36, 1);
     ASSERT_TRUE(RenderSlabProjection(s.Args(1, 3, 10)));
     s.ExpectEverywhere(0, false);
 }
@@ -136,7 +137,7 @@ TEST(SlabProjectionDispatch, UnknownCodesBadTargetsAndFloatVolumesReturnFalseAnd
     Scene s;
     for (int code : {-1, 2, 9, 13, 101}) EXPECT_FALSE(RenderSlabProjection(s.Args(1, 2, code))) << code;
     SlabProjectionArgs a = s.Args(1, 2, 10);
-    a.width = 5;  // wider than the frame buffers
+    a.width = 37;  // wider than the frame buffers
     EXPECT_FALSE(RenderSlabProjection(a));
     a = s.Args(1, 2, 10);
     a.colourIndex = 7;
