@@ -1,6 +1,8 @@
 #include "volume/kernels/iso_contour.h"
 
+#include <array>
 #include <cmath>
+#include <type_traits>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -91,35 +93,23 @@ TYPED_TEST(IsoContourTyped, MarchingSquaresCasesIncludingSaddles) {
 }
 
 // Low and high voxel values and an iso argument that only separates them after
-// narrowing to the voxel type.
+// narrowing to the voxel type: 300 acts as 44 for unsigned char, 200 as -56 for
+// char, 40000 as -25536 for short and unchanged for unsigned short.
 template <class T>
-struct Narrowing;
-template <>
-struct Narrowing<unsigned char> {
-    static constexpr int low = 40, high = 50, iso = 300;  // acts as 44
-};
-template <>
-struct Narrowing<char> {
-    static constexpr int low = -60, high = -50, iso = 200;  // acts as -56
-};
-template <>
-struct Narrowing<short> {
-    static constexpr int low = -30000, high = -20000, iso = 40000;  // acts as -25536
-};
-template <>
-struct Narrowing<unsigned short> {
-    static constexpr int low = 30000, high = 50000, iso = 40000;  // unchanged
-};
+constexpr std::array<int, 3> kNarrowing = std::is_same_v<T, unsigned char> ? std::array{40, 50, 300}
+                                          : std::is_same_v<T, char>        ? std::array{-60, -50, 200}
+                                          : std::is_same_v<T, short>       ? std::array{-30000, -20000, 40000}
+                                                                           : std::array{30000, 50000, 40000};
 
 TYPED_TEST(IsoContourTyped, IsoValueIsNarrowedToTheVoxelType) {
-    using N = Narrowing<TypeParam>;
-    ContourScene<TypeParam> scene({2, 2}, [](int i, int j) { return i + j == 0 ? N::low : N::high; });
+    const auto [low, high, iso] = kNarrowing<TypeParam>;
+    ContourScene<TypeParam> scene({2, 2}, [&](int i, int j) { return i + j == 0 ? low : high; });
     std::vector<double> list;
-    ASSERT_TRUE(scene.Run(N::iso, &list));
+    ASSERT_TRUE(scene.Run(static_cast<uint16_t>(iso), &list));
     // Read without narrowing, every corner would lie below the value and no
     // line would appear.
     ASSERT_EQ(list.size(), 4u);
-    const double t = (N::low - static_cast<double>(static_cast<TypeParam>(N::iso))) / (N::low - N::high);
+    const double t = (low - static_cast<double>(static_cast<TypeParam>(iso))) / (low - high);
     EXPECT_TRUE(Near(Segments(list)[0].first, {t, 0}));
     EXPECT_TRUE(Near(Segments(list)[0].second, {0, t}));
 }
@@ -170,24 +160,17 @@ TEST(IsoContour, DrawingPlotsTheListedSegments) {
     EXPECT_EQ(ColourCopy(*scene.image), expected);
 }
 
-TEST(IsoContour, PlaneShorterThanAVoxelGivesNoLines) {
-    ContourScene<unsigned char> scene({4, 4}, [](int i, int) { return i * 30; });
-    scene.plane = PlaneFromCorners({0, 0, 1}, {3, 0, 1}, {0, 0.5f, 1}, {3, 0.5f, 1}, 4, 4);
+TEST(IsoContour, APlaneShorterThanAVoxelOrAFloatVolumeGivesNoLinesAndDrawsNothing) {
+    ContourScene<unsigned char> flat({4, 4}, [](int i, int) { return i * 30; });
+    flat.plane = PlaneFromCorners({0, 0, 1}, {3, 0, 1}, {0, 0.5f, 1}, {3, 0.5f, 1}, 4, 4);
+    ContourScene<float> floats({4, 4}, [](int i, int) { return i * 30; });
+    Fill(*floats.image);
     std::vector<double> list;
-    EXPECT_TRUE(scene.Run(45, &list));
+    EXPECT_TRUE(flat.Run(45, &list));
+    EXPECT_TRUE(floats.Run(45, &list));
+    EXPECT_TRUE(floats.Run(45, nullptr));
     EXPECT_TRUE(list.empty());
-}
-
-TEST(IsoContour, UnsupportedVoxelTypeSucceedsWithoutLines) {
-    auto volume = MakeVolumeFrom<float>({4, 4, 3}, [](int i, int, int) { return i * 30.0f; });
-    auto image = MakeImage(4, 4, 1.0);
-    Fill(*image);
-    const auto plane = PlaneFromCorners({0, 0, 1}, {3, 0, 1}, {0, 3, 1}, {3, 3, 1}, 4, 4);
-    std::vector<double> list;
-    EXPECT_TRUE(DrawIsoContourLines(*volume, IdentityRecord(), IdentityRecord(), *image, plane, 0, 45, kLine, &list));
-    EXPECT_TRUE(DrawIsoContourLines(*volume, IdentityRecord(), IdentityRecord(), *image, plane, 0, 45, kLine, nullptr));
-    EXPECT_TRUE(list.empty());
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(Colours(*image)[i], kBlank);
+    EXPECT_EQ(ColourCopy(*floats.image), std::vector<uint32_t>(16, kBlank));
 }
 
 // The contour of a sphere on an oblique section, with anisotropic voxels: every
