@@ -84,7 +84,8 @@ int64_t ResidentBytes() {
 struct Fingerprint {
     uint64_t value = 0xcbf29ce484222325ull;
     void Add(const void* data, size_t bytes) {
-        for (size_t i = 0; i < bytes; ++i) value = (value ^ static_cast<const uint8_t*>(data)[i]) * 0x100000001b3ull;
+        for (size_t i = 0; i < bytes; ++i)
+            value = (value ^ static_cast<const uint8_t*>(data)[i]) * 0x100000001b3ull;
     }
     template <class T>
     void AddVector(const std::vector<T>& values) {
@@ -144,8 +145,12 @@ public:
         dots_ = MakeMeshPrimitive(MakeSkinPointSet(120));
 
         const std::array<std::pair<ZrVObject*, glm::vec3>, kEntryCount> entries{
-            {{head_.get(), glm::vec3(1.0f)}, {dose_.get(), glm::vec3(1.0f)}, {skin_.get(), {1.0f, 0.9f, 0.1f}},
-             {ball_.get(), {1.0f, 0.15f, 0.1f}}, {ring_.get(), {0.2f, 1.0f, 0.3f}}, {dots_.get(), {0.3f, 0.6f, 1.0f}}}};
+            {{head_.get(), glm::vec3(1.0f)},
+             {dose_.get(), glm::vec3(1.0f)},
+             {skin_.get(), {1.0f, 0.9f, 0.1f}},
+             {ball_.get(), {1.0f, 0.15f, 0.1f}},
+             {ring_.get(), {0.2f, 1.0f, 0.3f}},
+             {dots_.get(), {0.3f, 0.6f, 1.0f}}}};
         for (const auto& [object, colour] : entries) {
             request_.scene.emplace_back();
             request_.scene.back().object = object;
@@ -153,7 +158,8 @@ public:
         }
         request_.scene[kHead].params = {{"_double_ThicknessInside", 3.0}, {"_double_ThicknessOutside", 4.0}};
         request_.scene[kDose].params = {{"_double_WindowingCenter", 30.0}, {"_double_WindowingWidth", 60.0}};
-        image_ = MakeSectionImage({{0.0, 0.0, 20.0}, {0.0, 0.0, 1.0}, {0.0, -1.0, 0.0}, {0.95, 0.95}, {kSize, kSize}});
+        image_ = MakeSectionImage(
+            {{0.0, 0.0, 20.0}, {0.0, 0.0, 1.0}, {0.0, -1.0, 0.0}, {0.95, 0.95}, {kSize, kSize}});
         kinds_ = MakeKinds();
     }
 
@@ -263,25 +269,38 @@ private:
         kinds.push_back({"slab minimum", {slice({{"_int_VolumeRayCastType", 11}, {"_float_PlaneThickness", 30.0f}})}});
         kinds.push_back({"slab average", {slice({{"_int_VolumeRayCastType", 12}, {"_float_PlaneThickness", 30.0f}})}});
         kinds.push_back({"shaded compositing", {slice({{"_int_VolumeRayCastType", 1}, {"_float_PlaneThickness", 60.0f}})}});
-        kinds.push_back({"fast mode", {slice({{"_bool_IsFastQualityMode", true}, {"_int_LengthFastModeMax", 32},
-                                              {"_bool_StoreSampleValueToCustomBuffer", true}})}});
-        kinds.push_back({"blending chain", {underMesh, Step{"SECTIONAL_VOLUME", {kDose},
-                                                            {{"_bool_IsFirstRenderer", false}, {"_bool_IsFinalRenderer", true}}}}});
+        kinds.push_back({"fast mode",
+                         {slice({{"_bool_IsFastQualityMode", true},
+                                 {"_int_LengthFastModeMax", 32},
+                                 {"_bool_StoreSampleValueToCustomBuffer", true}})}});
+        kinds.push_back(
+            {"blending chain",
+             {underMesh, Step{"SECTIONAL_VOLUME",
+                              {kDose},
+                              {{"_bool_IsFirstRenderer", false}, {"_bool_IsFinalRenderer", true}}}}});
         kinds.push_back({"mask-selected tables", {slice({})}});
         kinds.back().maskTables = true;
-        const ParamMap iso{{"_bool_DrawIsoBoundary", true}, {"_int_TargetVolumeObjectID", headId},
-                           {"_int_IsoValueBoundary", 1094}, {"_double4_ColorIso", glm::dvec4(1.0, 0.0, 0.0, 1.0)}};
+        const ParamMap iso{{"_bool_DrawIsoBoundary", true},
+                           {"_int_TargetVolumeObjectID", headId},
+                           {"_int_IsoValueBoundary", 1094},
+                           {"_double4_ColorIso", glm::dvec4(1.0, 0.0, 0.0, 1.0)}};
         const auto with = [](ParamMap map, const ParamMap& more) {
             map.insert(more.begin(), more.end());
             return map;
         };
-        kinds.push_back({"iso lines drawn", {slice(with(iso, {{"_int_Density0", 1500},
-                                                              {"_double4_ColorOuter", glm::dvec4(1.0, 1.0, 0.0, 1.0)}}))}});
-        kinds.push_back({"iso lines returned", {slice(with(iso, {{"_bool_GetBoundaryLines", true}, {"_int_Density1", 1044},
-                                                                 {"_double4_ColorInner", glm::dvec4(0.0, 1.0, 1.0, 1.0)}}))}});
+        kinds.push_back({"iso lines drawn",
+                         {slice(with(iso, {{"_int_Density0", 1500},
+                                           {"_double4_ColorOuter", glm::dvec4(1.0, 1.0, 0.0, 1.0)}}))}});
+        kinds.push_back({"iso lines returned",
+                         {slice(with(iso, {{"_bool_GetBoundaryLines", true},
+                                           {"_int_Density1", 1044},
+                                           {"_double4_ColorInner", glm::dvec4(0.0, 1.0, 1.0, 1.0)}}))}});
         kinds.push_back({"curved reformation",
-                         {slice({{"_bool_IsNonlinear", true}, {"_float_ExPlaneWidth", 200.0f}, {"_float_ExPlaneHeight", 160.0f},
-                                 {"_float_CurveThicknessPositionRange", 1.0f}, {"_float_ThicknessRatio", 0.0f},
+                         {slice({{"_bool_IsNonlinear", true},
+                                 {"_float_ExPlaneWidth", 200.0f},
+                                 {"_float_ExPlaneHeight", 160.0f},
+                                 {"_float_CurveThicknessPositionRange", 1.0f},
+                                 {"_float_ThicknessRatio", 0.0f},
                                  {"_vlist_FLOAT3_CurveInterpolations", arch.points},
                                  {"_vlist_FLOAT3_CurveUpVectors", arch.upVectors},
                                  {"_vlist_FLOAT3_CurveTangentVectors", arch.tangents}})}});
@@ -291,9 +310,10 @@ private:
                          {underMesh, mesh({kSkin, kBall, kRing}, {{"_int_LineThickness", 2}})}});
         kinds.push_back({"mesh cross lines", {underMesh, mesh({kSkin, kBall, kRing}, {{"_bool_GetCrossLines", true}})}});
         kinds.back().returnsCrossLines = true;
-        kinds.push_back({"antialiased mesh cut", {underMesh, mesh({kBall, kRing}, {{"_bool_ApplyAntialiasing", true},
-                                                                                  {"_int_KernelRadius", 1},
-                                                                                  {"_double_Sigma", 1.0}})}});
+        kinds.push_back({"antialiased mesh cut",
+                         {underMesh, mesh({kBall, kRing}, {{"_bool_ApplyAntialiasing", true},
+                                                           {"_int_KernelRadius", 1},
+                                                           {"_double_Sigma", 1.0}})}});
         kinds.back().repeatable = false;
         kinds.push_back({"point set", {underMesh, mesh({kDots}, {{"_double_SphereRadius", 2.0}})}});
         return kinds;
@@ -344,7 +364,8 @@ TEST(RequestSoak, AThousandMixedRequestsKeepMemoryFlatAndRepeatTheirBytes) {
     EXPECT_GT(repeatedChecks, 20);
     std::cout << "soak: " << requests << " requests in " << round << " rounds; resident memory after warm-up "
               << warmResident / 1024 << " KiB, at the end " << finalResident / 1024 << " KiB\n";
-    for (const auto& [k, print] : firstPrint) EXPECT_EQ(SoakScene().Run(k, ThroughPlugin), print) << scene.Kind(k).name;
+    for (const auto& [k, print] : firstPrint)
+        EXPECT_EQ(SoakScene().Run(k, ThroughPlugin), print) << scene.Kind(k).name;
     // Without a resident size, or under a sanitizer whose quarantine and shadow
     // memory make it meaningless (its leak checker covers leaks), only the bytes count.
     if (warmResident >= 0 && !kSanitized) {

@@ -37,7 +37,8 @@ TEST(VolumeRequest, AThinSliceSamplesTheVolumeAndIsCopiedToTheOutput) {
     for (int r = 1; r < 31; ++r)
         for (int c = 1; c < 31; ++c) {
             const glm::dvec3 p = AxialPixel(c, r);
-            ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, p.z)), 1.0) << c << "," << r;  // truncated
+            ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, p.z)), 1.0)
+                << c << "," << r;  // truncated
             ASSERT_EQ(scene.Pixel(1, 0, c, r), scene.Pixel(1, 1, c, r));
             ASSERT_EQ(scene.Pixel(1, 0, c, r) >> 24, 255u);
         }
@@ -57,7 +58,8 @@ TEST(VolumeRequest, SlabModesReduceTheLayersAlongTheView) {
         for (int r = 2; r < 30; r += 3)
             for (int c = 2; c < 30; c += 3) {
                 const glm::dvec3 p = AxialPixel(c, r);
-                ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, z) + rounding), 1.0) << mode << ": " << c << "," << r;
+                ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, z) + rounding), 1.0)
+                    << mode << ": " << c << "," << r;
             }
     }
 }
@@ -76,12 +78,15 @@ TEST(VolumeRequest, AForcedModeCarriesOverToLaterVolumes) {
     // the maximum slab asked for. Each draw covers the whole target, so the
     // output is the last volume's.
     const auto render = [](std::vector<bool> coarse, int mode) {
-        Scene scene = RampScene(AxialView(), {{"_int_VolumeRayCastType", mode}, {"_float_PlaneThickness", 0.5f}});
+        Scene scene =
+            RampScene(AxialView(), {{"_int_VolumeRayCastType", mode}, {"_float_PlaneThickness", 0.5f}});
         scene.request.scene.clear();
         scene.volumes.clear();
-        for (bool isCoarse : coarse) scene.Add(isCoarse ? RampVolume() : RampVolume(glm::dvec3(0.25), glm::ivec3(16)));
+        for (bool isCoarse : coarse)
+            scene.Add(isCoarse ? RampVolume() : RampVolume(glm::dvec3(0.25), glm::ivec3(16)));
         const std::string out = Capture([&] { EXPECT_TRUE(scene.Run()); });
-        EXPECT_EQ(out.find("WARNNING!! Current version does not support multi-volume rendering\n") == 0, coarse.size() > 1);
+        EXPECT_EQ(out.find("WARNNING!! Current version does not support multi-volume rendering\n") == 0,
+                  coarse.size() > 1);
         return scene.Colours();
     };
     const auto composited = render({false}, 0);
@@ -92,7 +97,8 @@ TEST(VolumeRequest, AForcedModeCarriesOverToLaterVolumes) {
 
 TEST(VolumeRequest, SilentModesAndVolumesWithoutAWindowingTableDrawNothing) {
     for (int mode : {5, 13, 100, 119, 121, -1}) {
-        Scene scene = RampScene(AxialView(), {{"_int_VolumeRayCastType", mode}, {"_float_PlaneThickness", 4.0f}});
+        Scene scene =
+            RampScene(AxialView(), {{"_int_VolumeRayCastType", mode}, {"_float_PlaneThickness", 4.0f}});
         EXPECT_EQ(Capture([&] { EXPECT_TRUE(scene.Run()); }), "") << mode;
         EXPECT_TRUE(AllZero(scene.Buffer(1, 0), 32 * 32 * 4)) << mode;
     }
@@ -174,10 +180,11 @@ TEST(VolumeRequest, IsoLinesAreReturnedOnTheIsoValueOrDrawnInTheirColour) {
     }
 
     Scene drawn = RampScene();
-    ASSERT_TRUE(drawn.With({{"_bool_DrawIsoBoundary", true},
-                            {"_int_TargetVolumeObjectID", drawn.volumes[0]->GetObjectID()},
-                            {"_int_Density0", 280},
-                            {"_double4_ColorOuter", glm::dvec4(0.0, 1.0, 0.0, 1.0)}})
+    ASSERT_TRUE(drawn
+                    .With({{"_bool_DrawIsoBoundary", true},
+                           {"_int_TargetVolumeObjectID", drawn.volumes[0]->GetObjectID()},
+                           {"_int_Density0", 280},
+                           {"_double4_ColorOuter", glm::dvec4(0.0, 1.0, 0.0, 1.0)}})
                     .Run());
     const auto colours = drawn.Colours();
     EXPECT_GT(std::count(colours.begin(), colours.end(), 0xff00ff00u), 8);
@@ -240,8 +247,10 @@ TEST(VolumeRequest, FastModeAgreesWithFullQualityAwayFromEdges) {
     EXPECT_LE(worstColour, 2);
     EXPECT_LE(worstValue, 2);
     // Blending in fast mode enlarges the new layer under the earlier one.
-    const uint32_t blended = render(true, true).first[128 * 256 + 128], reference = full.first[128 * 256 + 128];
-    for (int c = 0; c < 3; ++c) EXPECT_NEAR(double((blended >> (8 * c)) & 0xff), double((reference >> (8 * c)) & 0xff), 2.0);
+    const uint32_t blended = render(true, true).first[128 * 256 + 128],
+                   reference = full.first[128 * 256 + 128];
+    for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(double((blended >> (8 * c)) & 0xff), double((reference >> (8 * c)) & 0xff), 2.0);
     EXPECT_EQ(blended >> 24, 255u);
 }
 
@@ -251,7 +260,8 @@ TEST(VolumeRequest, MaskedVolumesColourLabelledPixelsByTheirRow) {
     for (size_t i = 0; i < labels.size(); ++i) labels[i] = i % 16 < 8;
     scene.volumes[0]->SetTableObject("MASKVOLUME", MakeVolume<unsigned char>(labels, {16, 16, 8}));
     std::vector<uint32_t> grey = WindowTableEntries(400.0, 800.0);
-    scene.volumes[0]->SetTableObject("WINDOWING", MakeTableObject({grey, std::vector<uint32_t>(grey.size(), PackEntry(255, 0, 0, 255))}));
+    scene.volumes[0]->SetTableObject(
+        "WINDOWING", MakeTableObject({grey, std::vector<uint32_t>(grey.size(), PackEntry(255, 0, 0, 255))}));
     scene.request.scene[0].params["_bool_MultiOTF"] = true;
     scene.request.scene[0].params["_int_NumOTFs"] = 1;
     ASSERT_TRUE(scene.Run());

@@ -95,7 +95,9 @@ TEST(Camera, IntrinsicStateDescribesTheImage) {
     glm::dvec2 spacing, extent;
     double nearDistance, farDistance, fov;
     glm::ivec2 size;
-    MakeSectionImage(ObliqueView())->GetCameraObject()->GetCameraIntState(spacing, nearDistance, farDistance, size, extent, fov);
+    MakeSectionImage(ObliqueView())
+        ->GetCameraObject()
+        ->GetCameraIntState(spacing, nearDistance, farDistance, size, extent, fov);
     EXPECT_EQ(size, glm::ivec2(64, 40));
     EXPECT_EQ(spacing, glm::dvec2(0.45, 0.3));
     EXPECT_NEAR(extent.x, 63 * 0.45, 1e-12);

@@ -4,11 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <glm/gtc/matrix_transform.hpp>
 #include <set>
 #include <utility>
 #include <vector>
-
-#include <glm/gtc/matrix_transform.hpp>
 
 #include "volume/kernels/matrix_record.h"
 

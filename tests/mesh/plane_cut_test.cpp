@@ -111,7 +111,8 @@ TEST(PlaneCut, HierarchyAndBruteForceGiveTheSameSegments) {
     } cases[] = {{200, 100, {5, -3, 2}, glm::normalize(glm::vec3(0.3f, -0.5f, 0.81f)), 2.0f, 100},
                  {400, 200, {102.2f, 102.2f, 99.75f}, kZ, 1.0f, 800}};
     for (const Case& k : cases) {
-        auto torus = zrobjects::MakeMeshPrimitive(zrobjects::MakeTorusArrays(60.0, 25.0, k.major, k.minor, glm::dvec3(k.centre)));
+        auto torus = zrobjects::MakeMeshPrimitive(
+            zrobjects::MakeTorusArrays(60.0, 25.0, k.major, k.minor, glm::dvec3(k.centre)));
         const glm::mat4 toScreen(k.scale);
         const auto withTree = Segments(CutToList(*torus, TreeOf(*torus), k.centre, k.normal, toScreen), true);
         const auto bruteForce = Segments(CutToList(*torus, nullptr, k.centre, k.normal, toScreen), true);
@@ -198,10 +199,13 @@ TEST(PlaneCut, FiveOrMoreCrossedLeavesCutOnlyTheirTriangles) {
     auto halfTorus = zrobjects::MakeMeshPrimitive(firstHalf);
 
     const glm::vec3 tilted = glm::normalize(glm::vec3(1.0f, -0.5f, 0.0f));  // meets x = 550 at y = 1100
-    const auto expected = Segments(CutToList(*halfTorus, nullptr, glm::vec3(0.0f), tilted, glm::mat4(1.0f)), true);
+    const auto expected =
+        Segments(CutToList(*halfTorus, nullptr, glm::vec3(0.0f), tilted, glm::mat4(1.0f)), true);
     ASSERT_FALSE(expected.empty());
-    ASSERT_GT(CutToList(*torus, nullptr, glm::vec3(0.0f), tilted, glm::mat4(1.0f)).size(), 4 * expected.size());
-    EXPECT_EQ(Segments(CutToList(*torus, &fiveLeaves.tree, glm::vec3(0.0f), tilted, glm::mat4(1.0f)), true), expected);
+    ASSERT_GT(CutToList(*torus, nullptr, glm::vec3(0.0f), tilted, glm::mat4(1.0f)).size(),
+              4 * expected.size());
+    EXPECT_EQ(Segments(CutToList(*torus, &fiveLeaves.tree, glm::vec3(0.0f), tilted, glm::mat4(1.0f)), true),
+              expected);
 }
 
 TEST(PlaneCutDeathTest, ALeafRangePastTheIndexArrayFailsTheArrayCheck) {

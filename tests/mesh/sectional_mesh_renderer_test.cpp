@@ -107,7 +107,8 @@ TEST(MeshChain, AnEmptySceneSetsSkipAndClearsRenderOutZeroOnlyWhenFinal) {
     for (const bool final : {false, true}) {
         Scene scene;
         scene.Shown(0x33);
-        if (final) scene.image->SetObjParam("_bool_SkipSrOnPlaneRenderer", true);  // as an earlier renderer left it
+        if (final)
+            scene.image->SetObjParam("_bool_SkipSrOnPlaneRenderer", true);  // as an earlier renderer left it
         scene.request.params["_bool_IsFinalRenderer"] = final;
         ASSERT_TRUE(zrmodule::DispatchRequest(scene.request));
         EXPECT_EQ(meshtest::CountSet(scene.Buffer(1, 0), kW * kH), final ? 0 : kW * kH) << final;

@@ -99,7 +99,8 @@ TEST(RequestFileErrors, EachMistakeIsNamed) {
     const std::vector<Case> cases = {
         {"/image/size", json::array({-4, 20}), "image.size[0]: value -4 is out of range"},
         {"/image/size", json::array({16384, 16384}), "image.size: 16384 x 16384 pixels are too large"},
-        {"/image/camera/viewDirection", json::array({0, 0, 0}), "image.camera.viewDirection: view direction is zero"},
+        {"/image/camera/viewDirection", json::array({0, 0, 0}),
+         "image.camera.viewDirection: view direction is zero"},
         {"/image/camera/up", json::array({0, 0, 2}), "parallel to the view direction"},
         {"/image/camera/viewExtent", -3, "view extent must be positive"},
         {"/scene/0/object", "skull", "scene[0].object: names an unknown object \"skull\""},
@@ -139,8 +140,9 @@ TEST(RequestFileErrors, ObjectMistakesSurfaceWhenTheSceneIsBuilt) {
             EXPECT_NE(e.Line().find(expected), std::string::npos) << e.Line();
         }
     }
-    for (const char* table : {R"({"type": "table", "window": {"centre": 0, "width": 0}})",
-                              R"({"type": "table", "entries": ["0x1FFFFFFFF"]})", R"({"type": "table", "preset": "lungs"})"}) {
+    for (const char* table :
+         {R"({"type": "table", "window": {"centre": 0, "width": 0}})",
+          R"({"type": "table", "entries": ["0x1FFFFFFFF"]})", R"({"type": "table", "preset": "lungs"})"}) {
         json doc = Valid();
         doc["objects"]["window"] = json::parse(table);
         EXPECT_THROW(BuildScene(ParseRequestDocument(doc, "req.json", ".")), InputError) << table;

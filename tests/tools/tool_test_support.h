@@ -61,9 +61,9 @@ inline std::vector<char> NiftiInt16(int nx, int ny, int nz, float sx, float sy, 
     put(72, int16_t{16});
     const float pixdim[] = {1.0f, sx, sy, sz};  // pixdim[0] is qfac
     for (int d = 0; d < 4; ++d) put(76 + 4 * d, pixdim[d]);
-    put(108, 352.0f);  // vox_offset
-    put(112, 1.0f);    // scl_slope
-    header[123] = 10;  // xyzt_units: mm, s
+    put(108, 352.0f);                       // vox_offset
+    put(112, 1.0f);                         // scl_slope
+    header[123] = 10;                       // xyzt_units: mm, s
     std::memcpy(&header[344], "n+1\0", 4);  // magic
     std::vector<char> bytes = header;
     for (int16_t v : voxels) Append(bytes, v);

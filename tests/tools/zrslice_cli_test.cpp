@@ -1,7 +1,7 @@
 // The zrslice program end to end: exit codes, the one-line error answers with
 // no partial output (one mistake per stage: file, JSON, parameters, image,
-// objects, the module; the messages themselves are checked where they are made), replays of the checked-in request files against their
-// expected pictures, and the demo gallery's replayable request files.
+// objects, the module; the messages themselves are checked where they are made), replays of the checked-in
+// request files against their expected pictures, and the demo gallery's replayable request files.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -115,10 +115,12 @@ TEST(ZrsliceCli, BadInputIsOneLineAndLeavesNoOutput) {
     const std::vector<Case> cases = {
         {"missing.json", "", "missing.json: no such file"},
         {"notjson.json", "{ this is not json", "not valid JSON"},
-        {"badtype.json", with("/requests/0/_float_PlaneThickness", "20"), "\"_float_PlaneThickness\" expects a number"},
+        {"badtype.json", with("/requests/0/_float_PlaneThickness", "20"),
+         "\"_float_PlaneThickness\" expects a number"},
         {"hugesize.json", with("/image/size", {16384, 16384}), "too large"},
-        {"shortraw.json", with("/objects/head", {{"type", "volume"}, {"raw", "short.raw"}, {"voxelType", "uint16"},
-                                                 {"dims", {8, 8, 8}}}),
+        {"shortraw.json",
+         with("/objects/head",
+              {{"type", "volume"}, {"raw", "short.raw"}, {"voxelType", "uint16"}, {"dims", {8, 8, 8}}}),
          "short.raw: raw file holds 100 bytes"},
         {"cutnifti.json", with("/objects/head", {{"type", "volume"}, {"file", "cut.nii"}}), "cut.nii: "},
         {"declined.json", with("/requests/0/_string_RenderingSourceType", "VOLUME"), "declined"},

@@ -1,6 +1,5 @@
 // The checked array, the tracked heap and the fatal-failure messages.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cstdint>

@@ -25,7 +25,8 @@ struct CurveScene {
     std::vector<glm::vec3> points, ups, tangents;
 
     template <class F>
-    CurveScene(glm::ivec3 dims, F value, glm::ivec2 size = {3, 3}) : volume(VolumeFrom(dims, value)), image(TargetImage(size.x, size.y)) {}
+    CurveScene(glm::ivec3 dims, F value, glm::ivec2 size = {3, 3})
+        : volume(VolumeFrom(dims, value)), image(TargetImage(size.x, size.y)) {}
     CurveScene() = default;
 
     // A straight line of `n` samples from `start` along +x, `spacing` apart, up =
@@ -45,7 +46,9 @@ struct CurveScene {
     }
     uint16_t Value(int c, int r) const { return Values(*image)[r * image->Width() + c]; }
     uint32_t Pixel(int c, int r) const { return Colour(*image)[r * image->Width() + c]; }
-    bool Untouched(int c, int r) const { return Value(c, r) == kUntouchedValue && Pixel(c, r) == kUntouchedPixel; }
+    bool Untouched(int c, int r) const {
+        return Value(c, r) == kUntouchedValue && Pixel(c, r) == kUntouchedPixel;
+    }
 };
 
 const auto kRampX = [](int i, int, int) { return 10 * i + 100; };
@@ -67,7 +70,8 @@ TEST(CurvedReformationLayout, ColumnsSpanTheCurveAndRowsSpanThePlaneHeightWithTh
     for (float height : {4.0f, 2.0f}) {  // rows at z = 5 + height / 2 down to 5 - height / 2
         a.planeHeight = height;
         ASSERT_TRUE(RenderCurvedReformation(a));
-        for (int r = 0; r < 5; ++r) EXPECT_EQ(z.Value(1, r), 150 + 5 * height - 2.5 * height * r) << height << ", " << r;
+        for (int r = 0; r < 5; ++r)
+            EXPECT_EQ(z.Value(1, r), 150 + 5 * height - 2.5 * height * r) << height << ", " << r;
     }
 }
 
@@ -147,7 +151,8 @@ TEST(CurvedReformationEnds, ShortOrMissingCurvesAndOneColumnOrOneRowImagesDrawNo
         s.image = TargetImage(size.x, size.y);
         for (auto [code, thickness] : {std::pair{0, 0.0f}, {1, 2.0f}, {10, 2.0f}, {11, 2.0f}, {12, 2.0f}}) {
             ASSERT_TRUE(RenderCurvedReformation(s.Args(code, thickness)));
-            for (int p = 0; p < size.x * size.y; ++p) EXPECT_TRUE(s.Untouched(p % size.x, p / size.x)) << code;
+            for (int p = 0; p < size.x * size.y; ++p)
+                EXPECT_TRUE(s.Untouched(p % size.x, p / size.x)) << code;
         }
     }
 }
@@ -167,11 +172,11 @@ TEST(CurvedReformationSlab, ReductionsCountOutsideLayersAsZeroAndSkipClippedOnes
         int code, expected;
         bool covered;
     } cases[] = {
-        {"samples 1, 2", 0.5f, -1, 10, 2, true},          {"samples 1, 2", 0.5f, -1, 11, 1, true},
-        {"samples 1, 2", 0.5f, -1, 12, 1, true},          // 1.5 truncated
-        {"outside, 1.5", 0.0f, -1, 11, 0, true},          {"outside, 1.5", 0.0f, -1, 10, 2, true},
-        {"outside, 1.5", 0.0f, -1, 12, 0, true},          // (0 + 1.5) / 2 truncated
-        {"first clipped", 0.5f, 0.5f, 11, 2, true},       {"first clipped", 0.5f, 0.5f, 12, 2, true},
+        {"samples 1, 2", 0.5f, -1, 10, 2, true},     {"samples 1, 2", 0.5f, -1, 11, 1, true},
+        {"samples 1, 2", 0.5f, -1, 12, 1, true},  // 1.5 truncated
+        {"outside, 1.5", 0.0f, -1, 11, 0, true},     {"outside, 1.5", 0.0f, -1, 10, 2, true},
+        {"outside, 1.5", 0.0f, -1, 12, 0, true},  // (0 + 1.5) / 2 truncated
+        {"first clipped", 0.5f, 0.5f, 11, 2, true},  {"first clipped", 0.5f, 0.5f, 12, 2, true},
         {"all clipped", 0.5f, 100.0f, 11, 0, false},
     };
     for (const Case& k : cases) {
@@ -254,7 +259,8 @@ TEST(CurvedReformationProperties, StraightThinReformationMatchesThePlanarSlice) 
     ASSERT_TRUE(RenderCurvedReformation(args));
 
     auto planar = TargetImage(width, height);
-    const auto plane = slicetest::PlaneFromCorners(a + 12.0f * up, b + 12.0f * up, a - 12.0f * up, b - 12.0f * up, width, height);
+    const auto plane = slicetest::PlaneFromCorners(a + 12.0f * up, b + 12.0f * up, a - 12.0f * up,
+                                                   b - 12.0f * up, width, height);
     ASSERT_TRUE(zrvolume::RenderOtfSlice(*s.volume, args.worldToVoxel, *planar, plane, {}, 1, 0, *s.table));
     const auto curved = ValueCopy(*s.image), flat = ValueCopy(*planar);
     const auto curvedColour = ColourCopy(*s.image), flatColour = ColourCopy(*planar);
@@ -268,10 +274,12 @@ TEST(CurvedReformationProperties, StraightThinReformationMatchesThePlanarSlice) 
 }
 
 TEST(CurvedReformationProperties, ImagesAreIdenticalAtOneAndTwoThreads) {
-    CurveScene s({30, 30, 24}, [](int i, int j, int k) {
-        const float d = glm::length(glm::vec3(i - 14.5f, j - 14.5f, k - 11.5f));
-        return d < 11.0f ? 2500 - 150 * static_cast<int>(d) + (7 * i + 13 * j + 31 * k) % 17 : 0;
-    }, {48, 37});
+    CurveScene s({30, 30, 24},
+                 [](int i, int j, int k) {
+                     const float d = glm::length(glm::vec3(i - 14.5f, j - 14.5f, k - 11.5f));
+                     return d < 11.0f ? 2500 - 150 * static_cast<int>(d) + (7 * i + 13 * j + 31 * k) % 17 : 0;
+                 },
+                 {48, 37});
     s.table = zrobjects::MakeTableObject({zrobjects::WindowTableEntries(1200.0, 2500.0, 4096)});
     s.volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(0.0f, 600.0f));
     const int n = 64;

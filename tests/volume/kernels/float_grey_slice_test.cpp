@@ -33,10 +33,11 @@ struct GreyCase {
 TEST(FloatGreyCurve, InterpolatesAndNormalisesByTheFirstAndLastPoint) {
     // Outputs run from the first point's (black) to the last point's (white),
     // clamped beyond both; the middle point of the second curve lies at 3/4.
-    const std::vector<glm::dvec2> curve = {{0, 0}, {100, 50}, {200, 100}}, offset = {{10, 40}, {20, 55}, {30, 60}},
+    const std::vector<glm::dvec2> curve = {{0, 0}, {100, 50}, {200, 100}},
+                                  offset = {{10, 40}, {20, 55}, {30, 60}},
                                   overshoot = {{0, 0}, {10, 300}, {20, 100}};
     const std::pair<const std::vector<glm::dvec2>*, GreyCase> cases[] = {
-        {&curve, {150, 191}}, {&curve, {50, 63}},    {&curve, {0, 0}},      {&curve, {-7, 0}},
+        {&curve, {150, 191}}, {&curve, {50, 63}},    {&curve, {0, 0}},     {&curve, {-7, 0}},
         {&curve, {200, 255}}, {&curve, {1e6f, 255}}, {&offset, {20, 191}}, {&overshoot, {10, 255}}};
     for (const auto& [c, k] : cases) EXPECT_EQ(RenderValue(k.value, c), Grey(k.grey)) << k.value;
 }
@@ -46,10 +47,11 @@ TEST(FloatGreyWindow, MapsTheWindowLinearlyAndDegenerateWidthsByTheirEnds) {
     // white. Negative width: lo = 110 and hi = 90 trade places; a value between
     // them is not above lo but is above hi, and comes out white.
     const std::pair<glm::vec2, GreyCase> cases[] = {
-        {{100, 50}, {75, 0}},   {{100, 50}, {100, 127}}, {{100, 50}, {124, 249}}, {{100, 50}, {130, 255}},
-        {{100, 0}, {100.5f, 255}}, {{100, 0}, {100, 0}},  {{100, -20}, {105, 255}}, {{100, -20}, {85, 0}}};
+        {{100, 50}, {75, 0}},      {{100, 50}, {100, 127}}, {{100, 50}, {124, 249}},  {{100, 50}, {130, 255}},
+        {{100, 0}, {100.5f, 255}}, {{100, 0}, {100, 0}},    {{100, -20}, {105, 255}}, {{100, -20}, {85, 0}}};
     for (const auto& [window, k] : cases)
-        EXPECT_EQ(RenderValue(k.value, nullptr, window.x, window.y), Grey(k.grey)) << k.value << " in " << window.x << ", " << window.y;
+        EXPECT_EQ(RenderValue(k.value, nullptr, window.x, window.y), Grey(k.grey))
+            << k.value << " in " << window.x << ", " << window.y;
 }
 
 TEST(FloatGreyCurve, EmptyCurveFailsBeforeDrawing) {

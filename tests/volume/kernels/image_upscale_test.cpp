@@ -140,7 +140,8 @@ void ExpectBytesNear(uint32_t actual, int b0, int b1, int b2, int b3) {
 
 TEST(ImageUpscaleAndMerge, ClearSamplesLeaveTheDestinationAndClearDestinationsReceiveTheSample) {
     const float unmasked = 0.0f;
-    EXPECT_EQ(MergeOne(Pack(200, 0, 255, 0), Pack(1, 2, 3, 4), &unmasked), std::make_pair(Pack(1, 2, 3, 4), uint16_t{0x7777}));
+    EXPECT_EQ(MergeOne(Pack(200, 0, 255, 0), Pack(1, 2, 3, 4), &unmasked),
+              std::make_pair(Pack(1, 2, 3, 4), uint16_t{0x7777}));
     const auto [pixel, value] = MergeOne(Pack(200, 0, 255, 128), Pack(9, 9, 9, 0), &unmasked);
     ExpectBytesNear(pixel, 200, 0, 255, 128);
     EXPECT_EQ(value, 1234);

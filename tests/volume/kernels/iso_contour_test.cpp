@@ -1,13 +1,13 @@
 #include "volume/kernels/iso_contour.h"
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <cmath>
-#include <type_traits>
 #include <set>
 #include <tuple>
+#include <type_traits>
 #include <utility>
-
-#include <gtest/gtest.h>
 
 #include "tests/volume/kernels/slice_fixtures.h"
 

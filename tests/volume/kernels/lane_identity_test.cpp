@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "bench/reference_kernels.h"
-#include "thick_fixtures.h"
 #include "host/zr_camera.h"
+#include "thick_fixtures.h"
 #include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/iso_contour.h"
 #include "volume/kernels/otf_slice.h"
@@ -109,10 +109,12 @@ TYPED_TEST(LaneIdentityTest, OtfSliceMatchesScalarForm) {
     clip.clipPlane = true;
     clip.planePoint = glm::vec3(18.0f, 14.0f, 11.0f);
     clip.planeNormal = glm::vec3(0.6f, -0.8f, 0.0f);
-    const auto oblique = slicetest::PlaneFromCorners({-2.3f, -1.7f, -1.2f}, {39.1f, 3.4f, 11.9f}, {1.6f, 31.2f, 13.3f},
-                                                     {38.4f, 30.1f, 24.6f}, kWidth, kHeight);
-    const auto inside = slicetest::PlaneFromCorners({0.2f, 0.1f, 3.5f}, {36.0f, 2.0f, 8.0f}, {0.5f, 28.0f, 12.0f},
-                                                    {35.5f, 27.5f, 20.0f}, kWidth, kHeight);
+    const auto oblique =
+        slicetest::PlaneFromCorners({-2.3f, -1.7f, -1.2f}, {39.1f, 3.4f, 11.9f}, {1.6f, 31.2f, 13.3f},
+                                    {38.4f, 30.1f, 24.6f}, kWidth, kHeight);
+    const auto inside =
+        slicetest::PlaneFromCorners({0.2f, 0.1f, 3.5f}, {36.0f, 2.0f, 8.0f}, {0.5f, 28.0f, 12.0f},
+                                    {35.5f, 27.5f, 20.0f}, kWidth, kHeight);
     const struct {
         zrvolume::SlicePlane plane;
         int counted;
@@ -124,11 +126,12 @@ TYPED_TEST(LaneIdentityTest, OtfSliceMatchesScalarForm) {
         auto table = DistinctTable(k.counted);
         ChannelSwitch order(zrvolume::ChannelOrderFamily::OtfSlice, k.channelSwitch);
         const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
-            zrreference::OtfSlice(grid, k.plane.corners, kWidth, kHeight, TableRow(*table), static_cast<float>(k.counted),
-                                  k.channelSwitch, k.clip, out);
+            zrreference::OtfSlice(grid, k.plane.corners, kWidth, kHeight, TableRow(*table),
+                                  static_cast<float>(k.counted), k.channelSwitch, k.clip, out);
         });
         ExpectSameOnEveryPath(*image, expected, [&] {
-            ASSERT_TRUE(zrvolume::RenderOtfSlice(*volume, slicetest::IdentityRecord(), *image, k.plane, k.clip, 0, 0, *table));
+            ASSERT_TRUE(zrvolume::RenderOtfSlice(*volume, slicetest::IdentityRecord(), *image, k.plane,
+                                                 k.clip, 0, 0, *table));
         });
     }
 }
@@ -170,7 +173,8 @@ TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
         tangents.emplace_back(21.0f * std::cos(t), -12.0f * std::sin(t), 4.0f);
         ups.emplace_back(0.1f * t, 0.2f, 1.0f);
     }
-    zrvolume::CurvedReformationArgs args = thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
+    zrvolume::CurvedReformationArgs args =
+        thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
     args.colourIndex = 0;
     args.planeHeight = 30.0f;
     args.halfThickness = 1.5f;

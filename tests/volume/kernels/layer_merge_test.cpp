@@ -1,9 +1,9 @@
 #include "volume/kernels/layer_merge.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "tests/volume/kernels/slice_fixtures.h"
 
@@ -13,7 +13,8 @@ using slicetest::Bytes;
 
 void ExpectBytesNear(uint32_t actual, uint32_t expected) {
     for (int i = 0; i < 32; i += 8)
-        EXPECT_LE(std::abs(static_cast<int>((actual >> i) & 0xff) - static_cast<int>((expected >> i) & 0xff)), 1)
+        EXPECT_LE(std::abs(static_cast<int>((actual >> i) & 0xff) - static_cast<int>((expected >> i) & 0xff)),
+                  1)
             << "byte " << i / 8 << ": " << std::hex << actual << " vs " << expected;
 }
 
@@ -39,7 +40,8 @@ TEST(LayerMerge, TheFrontLiesOverTheBackByOpacityUnlessASlabPixelIsMasked) {
     // A clear front passes the back through unchanged.
     EXPECT_EQ(Merge(Bytes(200, 100, 50, 0), Bytes(1, 2, 3, 64), true, &one), Bytes(1, 2, 3, 64));
     // A slab pixel with a positive mask mixes with the weight: B w + F (1 - w).
-    ExpectBytesNear(Merge(Bytes(200, 100, 0, 255), Bytes(40, 0, 255, 128), true, &one), Bytes(160, 75, 63, 255));
+    ExpectBytesNear(Merge(Bytes(200, 100, 0, 255), Bytes(40, 0, 255, 128), true, &one),
+                    Bytes(160, 75, 63, 255));
     // A thin plane, a zero mask and no mask all take the opacity rule.
     const double fA = 128 / 255.0;
     const uint32_t over = Bytes(static_cast<int>(40 * (1 - fA) + 200 * fA), static_cast<int>(100 * fA),
@@ -53,7 +55,8 @@ TEST(LayerMerge, TheFrontLiesOverTheBackByOpacityUnlessASlabPixelIsMasked) {
 
 TEST(LayerMerge, EveryPixelOfEveryRowIsMerged) {
     const int width = 7, height = 5;
-    std::vector<uint32_t> front(width * height), back(width * height), output(width * height, slicetest::kUntouched);
+    std::vector<uint32_t> front(width * height), back(width * height),
+        output(width * height, slicetest::kUntouched);
     for (int i = 0; i < width * height; ++i) {
         front[i] = i % 2 ? Bytes(i, 0, 0, 255) : 0u;
         back[i] = Bytes(0, i, 0, 255);

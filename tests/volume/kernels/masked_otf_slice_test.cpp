@@ -89,7 +89,8 @@ TYPED_TEST(MaskedOtfSliceTyped, IdenticalAtOneAndTwoThreads) {
     auto table = MakeExactTable(4, 256, LabelledEntry);
     auto image = MakeImage(31, 27);
     auto [one, two] = RenderAtOneAndTwoThreads(*image, [&] {
-        RenderMaskedOtfSlice(*volume, IdentityRecord(), *mask, *image, ObliquePlane(31, 27), {}, 0, 0, 3, *table);
+        RenderMaskedOtfSlice(*volume, IdentityRecord(), *mask, *image, ObliquePlane(31, 27), {}, 0, 0, 3,
+                             *table);
     });
     EXPECT_EQ(one, two);
 }
@@ -110,10 +111,12 @@ protected:
 // A transparent label shows the base colour; a half-opaque black one keeps
 // 127/255 of a base of 100; the channel switch applies to label 0 only.
 TEST_F(MaskedOtfSliceColour, LabelEntriesLieOverTheBaseByTheirOpacity) {
-    EXPECT_EQ(Render([](int row, int) { return row == 0 ? Entry(100, 110, 120, 255) : Entry(9, 9, 9, 0); }, 1),
-              Bytes(120, 110, 100, 255));
-    EXPECT_EQ(Render([](int row, int) { return row == 0 ? Entry(100, 100, 100, 255) : Entry(0, 0, 0, 128); }, 1),
-              Bytes(49, 49, 49, 255));
+    EXPECT_EQ(
+        Render([](int row, int) { return row == 0 ? Entry(100, 110, 120, 255) : Entry(9, 9, 9, 0); }, 1),
+        Bytes(120, 110, 100, 255));
+    EXPECT_EQ(
+        Render([](int row, int) { return row == 0 ? Entry(100, 100, 100, 255) : Entry(0, 0, 0, 128); }, 1),
+        Bytes(49, 49, 49, 255));
     ChannelSwitch on(zrvolume::ChannelOrderFamily::MaskedOtfSlice, true);
     const auto entries = [](int row, int) { return row == 0 ? Entry(1, 2, 3, 255) : Entry(10, 20, 30, 255); };
     EXPECT_EQ(Render(entries, 0), Bytes(1, 2, 3, 255));
@@ -139,7 +142,8 @@ TEST_F(MaskedOtfSliceScene, OutsideWritesValueZeroWithoutCoverageAndClippedPixel
     Fill(*image);
     ASSERT_TRUE(Render(2, ClipBeyondX(1.5f)));  // x = -2 ... 3: two outside, two beyond the plane
     for (int x = 0; x < 6; ++x) {
-        const uint32_t colour[] = {BasePixel(0, false), BasePixel(0, false), BasePixel(10), BasePixel(11), kUntouched, kUntouched};
+        const uint32_t colour[] = {BasePixel(0, false), BasePixel(0, false), BasePixel(10),
+                                   BasePixel(11),       kUntouched,          kUntouched};
         const uint16_t value[] = {0, 0, 10, 11, kUntouchedValue, kUntouchedValue};
         EXPECT_EQ(Colours(*image)[x], colour[x]) << x;
         EXPECT_EQ(Values(*image)[x], value[x]) << x;

@@ -23,8 +23,9 @@ uint32_t NamingPixel(int t, bool inside = true) { return Bytes(7, (t >> 8) & 0xf
 
 // Draws along `plane` through `volume` with a naming table of `counted` entries
 // into a `w` x 2 image filled with the untouched pattern.
-std::shared_ptr<zrobjects::ZrIObject> Draw(zrobjects::ZrVObjectVolume& volume, const zrvolume::SlicePlane& plane,
-                                           int counted = 65536, const SliceClipState& clip = {}, int valueIndex = 0) {
+std::shared_ptr<zrobjects::ZrIObject> Draw(zrobjects::ZrVObjectVolume& volume,
+                                           const zrvolume::SlicePlane& plane, int counted = 65536,
+                                           const SliceClipState& clip = {}, int valueIndex = 0) {
     auto table = MakeExactTable(1, counted, NamingEntry);
     auto image = MakeImage(plane.width, plane.height);
     Fill(*image);
@@ -67,7 +68,8 @@ TYPED_TEST(OtfSliceTyped, SamplesAtTheFacesClampToTheFaceVoxels) {
     // of 0.4375, all exact in binary.
     auto image = Draw(*volume, LinePlane({-0.25f, 1, -0.25f}, {-0.25f, 1, 3.25f}, 9));
     for (int k = 0; k < 9; ++k)
-        EXPECT_EQ(Values(*image)[k], static_cast<int>(5.0 * std::clamp(-0.25 + 0.4375 * k, 0.0, 3.0) + 2.0)) << k;
+        EXPECT_EQ(Values(*image)[k], static_cast<int>(5.0 * std::clamp(-0.25 + 0.4375 * k, 0.0, 3.0) + 2.0))
+            << k;
 }
 
 template <class T>
@@ -90,7 +92,8 @@ TYPED_TEST(OtfSliceSigned, NegativeSamplesTruncateTowardZeroAndWrap) {
 uint32_t RenderConstant(unsigned short value, const std::shared_ptr<zrobjects::ZrObject>& table) {
     auto volume = MakeVolumeFrom<unsigned short>({3, 3, 3}, [&](int, int, int) { return value; });
     auto image = MakeImage(2, 2);
-    EXPECT_TRUE(RenderOtfSlice(*volume, IdentityRecord(), *image, LinePlane({1, 1, 1}, {1, 1, 1}, 2), {}, 0, 0, *table));
+    EXPECT_TRUE(RenderOtfSlice(*volume, IdentityRecord(), *image, LinePlane({1, 1, 1}, {1, 1, 1}, 2), {}, 0,
+                               0, *table));
     EXPECT_EQ(Values(*image)[0], value);
     return Colours(*image)[0];
 }
@@ -162,7 +165,8 @@ TEST(OtfSliceGeometry, ObliqueSectionOfARampMatchesTheAnalyticRamp) {
     geometry.spacing = spacing;
     const glm::ivec3 dims(24, 22, 16);
     const auto ramp = [](glm::dvec3 p) { return 20.0 * p.x + 30.0 * p.y + 40.0 * p.z + 100.0; };
-    auto volume = MakeVolumeFrom<unsigned short>(dims, [&](int i, int j, int k) { return ramp(glm::dvec3(i, j, k)); }, geometry);
+    auto volume = MakeVolumeFrom<unsigned short>(
+        dims, [&](int i, int j, int k) { return ramp(glm::dvec3(i, j, k)); }, geometry);
     auto table = MakeExactTable(1, 65536, NamingEntry);
 
     zrobjects::SectionView view;
@@ -174,25 +178,30 @@ TEST(OtfSliceGeometry, ObliqueSectionOfARampMatchesTheAnalyticRamp) {
     auto image = zrobjects::MakeSectionImage(view);
     image->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "out");
     image->InsertFrameBuffer(zrobjects::MakeDataType<unsigned short>(), 3, "values");
-    ASSERT_TRUE(RenderOtfSlice(*volume, zrvolume::ToMatrixRecord(volume->GetMatrixRS2OSf()), *image, CameraPlane(*image),
-                               {}, 0, 0, *table));
+    ASSERT_TRUE(RenderOtfSlice(*volume, zrvolume::ToMatrixRecord(volume->GetMatrixRS2OSf()), *image,
+                               CameraPlane(*image), {}, 0, 0, *table));
 
     const auto* camera = image->GetCameraObject();
     const glm::dvec3 upper = glm::dvec3(dims) - 0.5;
     int checked = 0;
     for (int r = 0; r < view.size.y; ++r)
         for (int c = 0; c < view.size.x; ++c) {
-            const glm::dvec3 voxel = (view.centre + (c - 0.5 * (view.size.x - 1)) * view.pixelSpacing.x * camera->RightAxis() +
-                                      (r - 0.5 * (view.size.y - 1)) * view.pixelSpacing.y * camera->DownAxis()) / spacing;
+            const glm::dvec3 voxel =
+                (view.centre + (c - 0.5 * (view.size.x - 1)) * view.pixelSpacing.x * camera->RightAxis() +
+                 (r - 0.5 * (view.size.y - 1)) * view.pixelSpacing.y * camera->DownAxis()) /
+                spacing;
             const int index = r * view.size.x + c;
             // Coverage, away from the faces where rounding could decide.
             const uint32_t coverage = Colours(*image)[index] >> 24;
-            const bool clearlyInside = glm::all(glm::greaterThan(voxel, glm::dvec3(-0.49))) && glm::all(glm::lessThan(voxel, upper - 0.01));
-            const bool clearlyOutside = glm::any(glm::lessThan(voxel, glm::dvec3(-0.51))) || glm::any(glm::greaterThan(voxel, upper + 0.01));
+            const bool clearlyInside = glm::all(glm::greaterThan(voxel, glm::dvec3(-0.49))) &&
+                                       glm::all(glm::lessThan(voxel, upper - 0.01));
+            const bool clearlyOutside = glm::any(glm::lessThan(voxel, glm::dvec3(-0.51))) ||
+                                        glm::any(glm::greaterThan(voxel, upper + 0.01));
             EXPECT_TRUE(!clearlyInside || coverage == 255u) << c << ", " << r << ": " << coverage;
             EXPECT_TRUE(!clearlyOutside || coverage == 0u) << c << ", " << r << ": " << coverage;
             // Values where no neighbour is clamped, so the ramp is exact.
-            if (glm::all(glm::greaterThanEqual(voxel, glm::dvec3(0.0))) && glm::all(glm::lessThanEqual(voxel, glm::dvec3(dims - 1)))) {
+            if (glm::all(glm::greaterThanEqual(voxel, glm::dvec3(0.0))) &&
+                glm::all(glm::lessThanEqual(voxel, glm::dvec3(dims - 1)))) {
                 const int value = Values(*image)[index];
                 EXPECT_LE(value, ramp(voxel) + 0.01) << c << ", " << r;
                 EXPECT_GT(value, ramp(voxel) - 1.01) << c << ", " << r;
@@ -214,7 +223,8 @@ TEST(OtfSliceErrors, UnsupportedVoxelTypesDrawNothingAndAMistypedTableThrowsBefo
     auto shorts = MakeVolumeFrom<unsigned short>({3, 3, 3}, [](int, int, int) { return 1; });
     auto mistyped = std::make_shared<zrobjects::ZrObject>(zrenums::EzrObjectType_Table);
     mistyped->SetObjParam("_TableMap_OTF", 42);
-    EXPECT_THROW(RenderOtfSlice(*shorts, IdentityRecord(), *image, plane, {}, 0, 0, *mistyped), std::bad_any_cast);
+    EXPECT_THROW(RenderOtfSlice(*shorts, IdentityRecord(), *image, plane, {}, 0, 0, *mistyped),
+                 std::bad_any_cast);
     EXPECT_EQ(Colours(*image)[0], kUntouched);
     EXPECT_EQ(Values(*image)[0], kUntouchedValue);
 }

@@ -57,14 +57,16 @@ uint32_t ExpectedPixel(const std::vector<Layer>& layers, glm::dvec4 k = kPhong) 
 
 void ExpectPixelNear(uint32_t actual, uint32_t expected, int tolerance = 1) {
     for (int b = 0; b < 4; ++b)
-        EXPECT_LE(std::abs(static_cast<int>(ByteOf(actual, b)) - static_cast<int>(ByteOf(expected, b))), tolerance)
+        EXPECT_LE(std::abs(static_cast<int>(ByteOf(actual, b)) - static_cast<int>(ByteOf(expected, b))),
+                  tolerance)
             << "byte " << b << ": " << std::hex << actual << " vs " << expected;
 }
 
 // f = 10 x + 100, so a layer at voxel x samples 10 x + 100 and the unhalved
 // gradient inside is (20, 0, 0).
 struct RampScene {
-    std::shared_ptr<zrobjects::ZrVObjectVolume> volume = VolumeFrom({8, 4, 4}, [](int i, int, int) { return 10 * i + 100; });
+    std::shared_ptr<zrobjects::ZrVObjectVolume> volume =
+        VolumeFrom({8, 4, 4}, [](int i, int, int) { return 10 * i + 100; });
     std::shared_ptr<zrobjects::ZrObject> table = TwoEntryTable();
     std::shared_ptr<zrobjects::ZrIObject> image = TargetImage(2, 2);
 
@@ -93,12 +95,14 @@ TEST(SlabCompositing, LayersAreCompositedFrontToBack) {
     s.Render(s.Args(3.0f, 2));  // samples 130, 140
     for (int p = 0; p < 4; ++p) ExpectPixelNear(Colour(*s.image)[p], expected);
     // The order matters: the front layer hides part of the back one.
-    ExpectPixelNear(s.Render(s.Args(4.0f, 2, 0, -1.0f)), ExpectedPixel({{kSecond, 0.6, kRampCos}, {kFirst, 0.4, kRampCos}}));
+    ExpectPixelNear(s.Render(s.Args(4.0f, 2, 0, -1.0f)),
+                    ExpectedPixel({{kSecond, 0.6, kRampCos}, {kFirst, 0.4, kRampCos}}));
     // Clear entries add nothing, but the pixel stays covered; outside, entry 0 is clear too.
     EXPECT_EQ(s.Render(s.Args(1.0f, 2)), 0xff000000u);
     EXPECT_EQ(s.Render(s.Args(-3.0f, 2)), 0u);
     // No step: both layers at x = 3 and no light direction, so only the ambient term.
-    ExpectPixelNear(s.Render(s.Args(3.0f, 2, 0, 0.0f)), ExpectedPixel({{kFirst, 0.4, 0.0}, {kFirst, 0.4, 0.0}}));
+    ExpectPixelNear(s.Render(s.Args(3.0f, 2, 0, 0.0f)),
+                    ExpectedPixel({{kFirst, 0.4, 0.0}, {kFirst, 0.4, 0.0}}));
 }
 
 TEST(SlabCompositing, GradientMagnitudeWeightsOpacityOnlyWithAUsableRange) {
@@ -110,8 +114,11 @@ TEST(SlabCompositing, GradientMagnitudeWeightsOpacityOnlyWithAUsableRange) {
         bool flag, set;
         glm::vec2 range;
         uint32_t expected;
-    } cases[] = {{true, true, {5, 40}, weighted},   {false, true, {5, 40}, unweighted}, {true, false, {}, unweighted},
-                 {true, true, {0, 0}, unweighted}, {true, true, {0, NAN}, unweighted}};
+    } cases[] = {{true, true, {5, 40}, weighted},
+                 {false, true, {5, 40}, unweighted},
+                 {true, false, {}, unweighted},
+                 {true, true, {0, 0}, unweighted},
+                 {true, true, {0, NAN}, unweighted}};
     for (const Case& k : cases) {
         RampScene s;
         if (k.set) s.volume->SetObjParam("_float2_GraidentMagMinMax", k.range);
@@ -196,8 +203,9 @@ TEST(SlabCompositing, PlanarAndCurvedSlabsOfTheSameDataLookAlike) {
         c.gradientMagnitude = code == 1;
         c.viewDirection = {0, 1, 0};
         ASSERT_TRUE(zrvolume::RenderCurvedReformation(c));
-        zrvolume::SlabProjectionArgs p = SlabArgs(*volume, *table, *planarImage,
-                                                  zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), {0, 1, 0}, 8.0f, 0.5f), code);
+        zrvolume::SlabProjectionArgs p =
+            SlabArgs(*volume, *table, *planarImage,
+                     zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), {0, 1, 0}, 8.0f, 0.5f), code);
         p.gradientMagnitude = code == 1;
         ASSERT_TRUE(zrvolume::RenderSlabProjection(p));
 

@@ -35,7 +35,9 @@ struct Scene {
     std::shared_ptr<zrobjects::ZrObject> table = IndexTable();
     std::shared_ptr<zrobjects::ZrIObject> image = TargetImage(36, 3);
 
-    SlabProjectionArgs Args(const SlabGeometry& g, int code) const { return SlabArgs(*volume, *table, *image, g, code); }
+    SlabProjectionArgs Args(const SlabGeometry& g, int code) const {
+        return SlabArgs(*volume, *table, *image, g, code);
+    }
     SlabProjectionArgs Args(float z, int count, int code) const {
         return Args(GridSlab({1, 1, z}, image->Width(), image->Height(), count), code);
     }
@@ -55,21 +57,29 @@ struct Scene {
 TEST(SlabProjectionReductions, MaximumMinimumAndTruncatedAverageOverTheLayers) {
     // Layers of the ramp sample 10 z + 5; the sparse volume holds 10 at z = 2,
     // 1 at z = 4 and 2 at z = 5, zero elsewhere.
-    const auto sparse = VolumeFrom({40, 5, 6}, [](int, int, int k) { return k == 2 ? 10 : (k == 4 ? 1 : (k == 5 ? 2 : 0)); });
+    const auto sparse =
+        VolumeFrom({40, 5, 6}, [](int, int, int k) { return k == 2 ? 10 : (k == 4 ? 1 : (k == 5 ? 2 : 0)); });
     struct Case {
         bool ramp;
         float z;
         int count, code, expected;
     } cases[] = {
-        {true, 1, 4, 10, 45}, {true, 1, 4, 11, 15}, {true, 1, 4, 12, 30},
+        {true, 1, 4, 10, 45},
+        {true, 1, 4, 11, 15},
+        {true, 1, 4, 12, 30},
         // z = 7 ... 10: the last layer lies beyond the far face. The minimum is
         // pulled to zero by it, the average does not count it: (75 + 85 + 95) / 3.
-        {true, 7, 4, 11, 0}, {true, 7, 4, 10, 95}, {true, 7, 4, 12, 85},
+        {true, 7, 4, 11, 0},
+        {true, 7, 4, 10, 95},
+        {true, 7, 4, 12, 85},
         // The average skips zero samples and truncates: 0, 0, 10 gives 10; 1, 2 gives 1.
-        {false, 0, 3, 12, 10}, {false, 4, 2, 12, 1}, {false, 4, 2, 10, 2},
+        {false, 0, 3, 12, 10},
+        {false, 4, 2, 12, 1},
+        {false, 4, 2, 10, 2},
     };
     for (const Case& k : cases) {
-        SCOPED_TRACE(testing::Message() << "code " << k.code << " from z " << k.z << (k.ramp ? " ramp" : " sparse"));
+        SCOPED_TRACE(testing::Message()
+                     << "code " << k.code << " from z " << k.z << (k.ramp ? " ramp" : " sparse"));
         Scene s;
         if (!k.ramp) s.volume = sparse;
         ASSERT_TRUE(RenderSlabProjection(s.Args(k.z, k.count, k.code)));
@@ -164,9 +174,11 @@ TEST(SlabGeometryFromPlane, LayersAreCentredOnThePlaneAndCountThicknessOverPitch
     SlabGeometry g = zrvolume::MakeSlabGeometry(plane, WorldToVoxel(placement), {0, 0, 2}, 20.0f, 0.4f);
     EXPECT_EQ(g.layerCount, 50);
     const float first = (40.0f - 9.8f) / 0.5f;
-    const std::pair<glm::vec3, glm::vec3> corners[] = {
-        {g.topLeft, {10, 20, first}}, {g.topRight, {50, 20, first}}, {g.bottomLeft, {10, 40, first}},
-        {g.bottomRight, {50, 40, first}}, {g.layerStep, {0, 0, 0.8f}}};
+    const std::pair<glm::vec3, glm::vec3> corners[] = {{g.topLeft, {10, 20, first}},
+                                                       {g.topRight, {50, 20, first}},
+                                                       {g.bottomLeft, {10, 40, first}},
+                                                       {g.bottomRight, {50, 40, first}},
+                                                       {g.layerStep, {0, 0, 0.8f}}};
     for (const auto& [got, want] : corners) EXPECT_NEAR(glm::distance(got, want), 0.0f, 1e-4f);
     EXPECT_NEAR(g.topLeft.z + 24.5f * g.layerStep.z, 80.0f, 1e-3f);
 
@@ -187,14 +199,17 @@ TEST(SlabGeometryFromPlane, LayersAreCentredOnThePlaneAndCountThicknessOverPitch
 TEST(SlabProjectionProperties, MaximumShowsOneBrightVoxelExactlyWhereTheSlabCoversIt) {
     for (const glm::ivec3 bright : {glm::ivec3(3, 4, 6), glm::ivec3(8, 2, 1), glm::ivec3(5, 9, 10)}) {
         Scene s;
-        s.volume = VolumeFrom({12, 12, 12}, [bright](int i, int j, int k) { return glm::ivec3(i, j, k) == bright ? 1000 : 0; });
+        s.volume = VolumeFrom(
+            {12, 12, 12}, [bright](int i, int j, int k) { return glm::ivec3(i, j, k) == bright ? 1000 : 0; });
         s.image = TargetImage(12, 12);
         for (int centre = 0; centre < 12; ++centre)
             for (int layers : {1, 3, 5}) {
                 const float z = static_cast<float>(centre);
                 const auto plane = PlaneFromCorners({0, 0, z}, {11, 0, z}, {0, 11, z}, {11, 11, z}, 0, 0);
-                ASSERT_TRUE(RenderSlabProjection(s.Args(
-                    zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), {0, 0, 1}, static_cast<float>(layers), 1.0f), 10)));
+                ASSERT_TRUE(
+                    RenderSlabProjection(s.Args(zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), {0, 0, 1},
+                                                                           static_cast<float>(layers), 1.0f),
+                                                10)));
                 const bool covered = std::abs(bright.z - centre) <= (layers - 1) / 2;
                 for (int r = 0; r < 12; ++r)
                     for (int c = 0; c < 12; ++c)
@@ -212,9 +227,10 @@ TEST(SlabProjectionProperties, ReductionsAgreeOnAVolumeConstantAlongTheView) {
     s.volume = VolumeFrom(dims, [](int i, int j, int k) { return 10 * i + 7 * j - 10 * k + 200; });
     s.image = TargetImage(20, 20);
     const glm::vec3 across = glm::normalize(glm::vec3(1, 0, -1)) * 7.6f, down{0, 7.6f, 0}, centre{7.5f};
-    const auto plane = PlaneFromCorners(centre - across - down, centre + across - down, centre - across + down,
-                                        centre + across + down, 0, 0);
-    const SlabGeometry g = zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), glm::normalize(glm::vec3(1, 0, 1)), 6.0f, 1.0f);
+    const auto plane = PlaneFromCorners(centre - across - down, centre + across - down,
+                                        centre - across + down, centre + across + down, 0, 0);
+    const SlabGeometry g =
+        zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), glm::normalize(glm::vec3(1, 0, 1)), 6.0f, 1.0f);
     ASSERT_EQ(g.layerCount, 6);
     std::vector<uint16_t> result[3];
     for (int n = 0; n < 3; ++n) {
@@ -222,7 +238,8 @@ TEST(SlabProjectionProperties, ReductionsAgreeOnAVolumeConstantAlongTheView) {
         result[n] = ValueCopy(*s.image);
     }
     const auto inside = [&](glm::vec3 p) {
-        return glm::all(glm::greaterThan(p, glm::vec3(0.5f))) && glm::all(glm::lessThan(p, glm::vec3(dims) - 1.5f));
+        return glm::all(glm::greaterThan(p, glm::vec3(0.5f))) &&
+               glm::all(glm::lessThan(p, glm::vec3(dims) - 1.5f));
     };
     int checked = 0;
     for (int r = 0; r < 20; ++r)

@@ -69,7 +69,8 @@ inline uint16_t* Values(zrobjects::ZrIObject& image) {
 }
 
 // Fills colour buffer 0 and the value buffer, so that untouched pixels show.
-inline void Fill(zrobjects::ZrIObject& image, uint32_t colour = kUntouched, uint16_t value = kUntouchedValue) {
+inline void Fill(zrobjects::ZrIObject& image, uint32_t colour = kUntouched,
+                 uint16_t value = kUntouchedValue) {
     const int n = image.Width() * image.Height();
     for (int i = 0; i < n; ++i) {
         Colours(image)[i] = colour;
@@ -83,8 +84,8 @@ inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image, int index =
 
 // A plane given in voxel coordinates (use with IdentityRecord()): corners are
 // the first and last pixel of the first row, then of the last row.
-inline zrvolume::SlicePlane PlaneFromCorners(glm::vec3 c0, glm::vec3 c1, glm::vec3 c2, glm::vec3 c3, int w = 0,
-                                             int h = 0) {
+inline zrvolume::SlicePlane PlaneFromCorners(glm::vec3 c0, glm::vec3 c1, glm::vec3 c2, glm::vec3 c3,
+                                             int w = 0, int h = 0) {
     zrvolume::SlicePlane plane;
     plane.width = w;
     plane.height = h;

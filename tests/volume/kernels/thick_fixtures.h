@@ -4,17 +4,16 @@
 // helpers that build the kernels' arguments and compare one and two threads.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <omp.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <glm/glm.hpp>
 #include <memory>
 #include <span>
 #include <vector>
-
-#include <glm/glm.hpp>
-#include <gtest/gtest.h>
 
 #include "host/table_builder.h"
 #include "host/volume_builder.h"
@@ -61,7 +60,9 @@ inline const uint32_t* Colour(zrobjects::ZrIObject& image) {
 inline const uint16_t* Values(zrobjects::ZrIObject& image) {
     return static_cast<const uint16_t*>(image.GetFrameBuffer(3, 0)->pixels);
 }
-inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image) { return slicetest::ColourCopy(image, 1); }
+inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image) {
+    return slicetest::ColourCopy(image, 1);
+}
 inline std::vector<uint16_t> ValueCopy(zrobjects::ZrIObject& image) {
     return {Values(image), Values(image) + image.Width() * image.Height()};
 }
@@ -98,8 +99,9 @@ inline zrvolume::SlabProjectionArgs SlabArgs(zrobjects::ZrVObjectVolume& volume,
 // A thin curved section along `points` (world millimetres, with voxel (i, j, k)
 // at (i, j, k) mm) over the whole image, 1 mm per row, into colour buffer 1 and
 // value buffer 0. The vectors must outlive the arguments.
-inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& volume, zrobjects::ZrObject& table,
-                                                  zrobjects::ZrIObject& image, const std::vector<glm::vec3>& points,
+inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& volume,
+                                                  zrobjects::ZrObject& table, zrobjects::ZrIObject& image,
+                                                  const std::vector<glm::vec3>& points,
                                                   const std::vector<glm::vec3>& ups,
                                                   const std::vector<glm::vec3>& tangents) {
     zrvolume::CurvedReformationArgs a;
