@@ -193,7 +193,8 @@ TEST(CurvedReformationSlab, ReductionsCountOutsideLayersAsZeroAndSkipClippedOnes
 }
 
 TEST(CurvedReformationSlab, LayerCountFollowsThicknessOverStep) {
-    CurvedReformationArgs a = DepthRamp().Args(10, 20.0f);
+    const CurveScene s = DepthRamp();  // the arguments point into its centre line
+    CurvedReformationArgs a = s.Args(10, 20.0f);
     a.layerStep = 0.4f;
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
     EXPECT_EQ(g.lastLayer, 49);
