@@ -1,7 +1,7 @@
 // Small scenes for the thick-section kernel tests: volumes from a voxel function
 // placed with voxel (i, j, k) at world (i, j, k) mm, bare target images with
 // colour and value buffers, tables whose entries tell which index was read, and
-// helpers that build the kernels' arguments and compare one and two threads.
+// functions that build the kernels' arguments and compare one and two threads.
 #pragma once
 
 #include <gtest/gtest.h>
