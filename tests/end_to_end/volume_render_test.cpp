@@ -2,6 +2,7 @@
 // against the analytic ramp the scenes hold.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -10,6 +11,9 @@
 using namespace e2e;
 
 namespace {
+
+const char* kDescriptor = "CPU Unified Renderer By Orrik 2019.07.22";
+const ParamMap kStoreValues{{"_bool_StoreSampleValueToCustomBuffer", true}};
 
 std::string Capture(const std::function<void()>& body) {
     testing::internal::CaptureStdout();
@@ -20,11 +24,11 @@ std::string Capture(const std::function<void()>& body) {
 }  // namespace
 
 TEST(VolumeRequest, AThinSliceSamplesTheVolumeAndIsCopiedToTheOutput) {
-    Scene scene = RampScene();
-    scene.request.params["_bool_StoreSampleValueToCustomBuffer"] = true;
+    Scene scene = RampScene(AxialView(), kStoreValues);
+    // The source type defaults to the sectional volume.
     EXPECT_EQ(Capture([&] { EXPECT_TRUE(scene.Run()); }), "");
     EXPECT_EQ(Plugin().getProgress(), 100.0);
-    EXPECT_EQ(scene.image->GetDescriptor(), "CPU Unified Renderer By Orrik 2019.07.22");
+    EXPECT_EQ(scene.image->GetDescriptor(), kDescriptor);
     EXPECT_EQ(scene.Buffer(1, 0).descriptor,
               "default render out frame buffer Out : defined in zerpha_inbuilt_renderercpu module");
     EXPECT_EQ(scene.Buffer(3, 0).descriptor,
@@ -33,92 +37,77 @@ TEST(VolumeRequest, AThinSliceSamplesTheVolumeAndIsCopiedToTheOutput) {
     for (int r = 1; r < 31; ++r)
         for (int c = 1; c < 31; ++c) {
             const glm::dvec3 p = AxialPixel(c, r);
-            // The thin slice truncates its sample.
-            ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, p.z)), 1.0) << c << "," << r;
+            ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, p.z)), 1.0)
+                << c << "," << r;  // truncated
             ASSERT_EQ(scene.Pixel(1, 0, c, r), scene.Pixel(1, 1, c, r));
             ASSERT_EQ(scene.Pixel(1, 0, c, r) >> 24, 255u);
         }
+    // A second request reuses the buffers.
+    FrameBuffer* out = &scene.Buffer(1, 0);
+    ASSERT_TRUE(scene.Run());
+    EXPECT_EQ(&scene.Buffer(1, 0), out);
+    EXPECT_EQ(scene.image->CountFrameBuffers(1), 2);
+    EXPECT_EQ(scene.image->CountFrameBuffers(3), 1);
 }
 
 TEST(VolumeRequest, SlabModesReduceTheLayersAlongTheView) {
     // Four layers one voxel apart, centred on z = 3: z = 1.5, 2.5, 3.5, 4.5.
-    struct Case {
-        int mode;
-        double z;
-        double rounding;
-    } cases[] = {{10, 4.5, 0.5}, {11, 1.5, 0.5}, {12, 3.0, 0.0}};
-    for (const Case& k : cases) {
-        Scene scene = RampScene();
-        scene.request.params["_bool_StoreSampleValueToCustomBuffer"] = true;
-        scene.request.params["_int_VolumeRayCastType"] = k.mode;
-        scene.request.params["_float_PlaneThickness"] = 4.0f;
-        ASSERT_TRUE(scene.Run());
+    for (auto [mode, z, rounding] : {std::tuple{10, 4.5, 0.5}, {11, 1.5, 0.5}, {12, 3.0, 0.0}}) {
+        Scene scene = RampScene(AxialView(), kStoreValues);
+        ASSERT_TRUE(scene.With({{"_int_VolumeRayCastType", mode}, {"_float_PlaneThickness", 4.0f}}).Run());
         for (int r = 2; r < 30; r += 3)
             for (int c = 2; c < 30; c += 3) {
                 const glm::dvec3 p = AxialPixel(c, r);
-                ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, k.z) + k.rounding), 1.0)
-                    << "mode " << k.mode << " at " << c << "," << r;
+                ASSERT_NEAR(scene.Value(c, r), std::trunc(Ramp(p.x, p.y, z) + rounding), 1.0)
+                    << mode << ": " << c << "," << r;
             }
     }
 }
 
 TEST(VolumeRequest, APlaneThinnerThanAVoxelIsDrawnAsASliceWhateverTheMode) {
-    Scene thin = RampScene();
-    thin.request.params["_bool_StoreSampleValueToCustomBuffer"] = true;
-    thin.request.params["_int_VolumeRayCastType"] = 12;
-    thin.request.params["_float_PlaneThickness"] = 0.5f;
-    ASSERT_TRUE(thin.Run());
-    Scene slice = RampScene();
-    slice.request.params["_bool_StoreSampleValueToCustomBuffer"] = true;
+    Scene thin = RampScene(AxialView(), kStoreValues), slice = RampScene(AxialView(), kStoreValues);
+    ASSERT_TRUE(thin.With({{"_int_VolumeRayCastType", 12}, {"_float_PlaneThickness", 0.5f}}).Run());
     ASSERT_TRUE(slice.Run());
-    EXPECT_EQ(std::memcmp(thin.Buffer(1, 0).pixels, slice.Buffer(1, 0).pixels, 32 * 32 * 4), 0);
-    EXPECT_EQ(std::memcmp(thin.Buffer(3, 0).pixels, slice.Buffer(3, 0).pixels, 32 * 32 * 2), 0);
+    EXPECT_EQ(thin.Colours(), slice.Colours());
+    EXPECT_EQ(thin.Values(), slice.Values());
 }
 
 TEST(VolumeRequest, AForcedModeCarriesOverToLaterVolumes) {
     // A coarse volume (pitch 1) forces mode 0 on a 0.5 mm plane; a fine one
     // (pitch 0.25) drawn after it keeps mode 0 (a composited slab) instead of
     // the maximum slab asked for. Each draw covers the whole target, so the
-    // output is the fine volume's.
+    // output is the last volume's.
     const auto render = [](std::vector<bool> coarse, int mode) {
-        Scene scene = RampScene();
+        Scene scene =
+            RampScene(AxialView(), {{"_int_VolumeRayCastType", mode}, {"_float_PlaneThickness", 0.5f}});
         scene.request.scene.clear();
         scene.volumes.clear();
-        for (bool isCoarse : coarse) scene.Add(isCoarse ? RampVolume() : RampVolume(glm::dvec3(0.25), glm::ivec3(16)));
-        scene.request.params["_bool_StoreSampleValueToCustomBuffer"] = true;
-        scene.request.params["_int_VolumeRayCastType"] = mode;
-        scene.request.params["_float_PlaneThickness"] = 0.5f;
+        for (bool isCoarse : coarse)
+            scene.Add(isCoarse ? RampVolume() : RampVolume(glm::dvec3(0.25), glm::ivec3(16)));
         const std::string out = Capture([&] { EXPECT_TRUE(scene.Run()); });
         EXPECT_EQ(out.find("WARNNING!! Current version does not support multi-volume rendering\n") == 0,
                   coarse.size() > 1);
-        std::vector<uint32_t> pixels(32 * 32);
-        std::memcpy(pixels.data(), scene.Buffer(1, 0).pixels, pixels.size() * 4);
-        return pixels;
+        return scene.Colours();
     };
     const auto composited = render({false}, 0);
-    const auto maximum = render({false}, 10);
-    ASSERT_NE(composited, maximum);
+    ASSERT_NE(composited, render({false}, 10));
     EXPECT_EQ(render({true, false}, 10), composited);
     EXPECT_EQ(render({false, true}, 10), render({true}, 0)) << "the coarse volume, drawn last, is a slice";
 }
 
-TEST(VolumeRequest, SilentModesDrawNothing) {
+TEST(VolumeRequest, SilentModesAndVolumesWithoutAWindowingTableDrawNothing) {
     for (int mode : {5, 13, 100, 119, 121, -1}) {
-        Scene scene = RampScene();
-        scene.request.params["_int_VolumeRayCastType"] = mode;
-        scene.request.params["_float_PlaneThickness"] = 4.0f;
+        Scene scene =
+            RampScene(AxialView(), {{"_int_VolumeRayCastType", mode}, {"_float_PlaneThickness", 4.0f}});
         EXPECT_EQ(Capture([&] { EXPECT_TRUE(scene.Run()); }), "") << mode;
         EXPECT_TRUE(AllZero(scene.Buffer(1, 0), 32 * 32 * 4)) << mode;
     }
-}
-
-TEST(VolumeRequest, AVolumeWithoutWindowingTableIsSkippedWithAMessage) {
     Scene scene = RampScene();
     scene.volumes[0]->SetTableObject("WINDOWING", nullptr);
-    const std::string out = Capture([&] { EXPECT_TRUE(scene.Run()); });
-    EXPECT_EQ(out, "No Windowing Tables for Volume (" + std::to_string(scene.volumes[0]->GetObjectID()) + ")\n");
+    EXPECT_EQ(Capture([&] { EXPECT_TRUE(scene.Run()); }),
+              "No Windowing Tables for Volume (" + std::to_string(scene.volumes[0]->GetObjectID()) + ")\n");
     EXPECT_TRUE(AllZero(scene.Buffer(1, 0), 32 * 32 * 4));
-    EXPECT_EQ(scene.image->GetDescriptor(), "CPU Unified Renderer By Orrik 2019.07.22");
+    EXPECT_EQ(scene.image->GetDescriptor(), kDescriptor);
 }
 
 TEST(VolumeRequest, AnEmptySceneStillClearsComposesAndLabels) {
@@ -135,73 +124,49 @@ TEST(VolumeRequest, AnEmptySceneStillClearsComposesAndLabels) {
     EXPECT_EQ(scene.image->GetFrameBuffer(1, 2), nullptr);
     EXPECT_TRUE(AllZero(scene.Buffer(1, 1), 32 * 32 * 4));
     EXPECT_TRUE(AllZero(scene.Buffer(1, 0), 32 * 32 * 4));
-    EXPECT_EQ(scene.image->GetDescriptor(), "CPU Unified Renderer By Orrik 2019.07.22");
-}
-
-TEST(VolumeRequest, TheDefaultSourceTypeIsTheSectionalVolume) {
-    Scene scene = RampScene();
-    scene.request.params.erase("_string_RenderingSourceType");
-    EXPECT_TRUE(scene.Run());
-    EXPECT_EQ(scene.Pixel(1, 0, 16, 16) >> 24, 255u);
-}
-
-TEST(VolumeRequest, ASecondRequestReusesTheBuffers) {
-    Scene scene = RampScene();
-    scene.request.params["_bool_StoreSampleValueToCustomBuffer"] = true;
-    ASSERT_TRUE(scene.Run());
-    FrameBuffer* out = &scene.Buffer(1, 0);
-    ASSERT_TRUE(scene.Run());
-    EXPECT_EQ(&scene.Buffer(1, 0), out);
-    EXPECT_EQ(scene.image->CountFrameBuffers(1), 2);
-    EXPECT_EQ(scene.image->CountFrameBuffers(3), 1);
+    EXPECT_EQ(scene.image->GetDescriptor(), kDescriptor);
 }
 
 TEST(VolumeRequest, TheRendererChainMergesTheNewLayerUnderTheEarlierOne) {
     Scene scene = RampScene(AxialView(32, 0.75));  // the volume covers only the middle of the image
     ASSERT_TRUE(scene.Run());
-    std::vector<uint32_t> first(32 * 32);
-    std::memcpy(first.data(), scene.Buffer(1, 0).pixels, first.size() * 4);
-
-    // The next renderer of the chain draws a shifted slice over it.
-    auto shifted = MakeVolume<unsigned short>(std::vector<unsigned short>(4 * 4 * 4, 640), {4, 4, 4});
+    const std::vector<uint32_t> first = scene.Colours();
+    // The next renderer of the chain draws a small constant volume over it.
     scene.request.scene.clear();
     scene.volumes.clear();
-    scene.Add(shifted);
-    scene.request.params["_bool_IsFirstRenderer"] = false;
-    ASSERT_TRUE(scene.Run());
+    scene.Add(MakeVolume<unsigned short>(std::vector<unsigned short>(4 * 4 * 4, 640), {4, 4, 4}));
+    ASSERT_TRUE(scene.With({{"_bool_IsFirstRenderer", false}}).Run());
     ASSERT_NE(scene.image->GetFrameBuffer(1, 2), nullptr);
+    const auto front = scene.Colours(1), back = scene.Colours(2), got = scene.Colours(0);
+    EXPECT_EQ(front, first) << "the earlier result stays in buffer 1";
     int fromEarlier = 0, fromNew = 0;
     for (int i = 0; i < 32 * 32; ++i) {
-        const uint32_t front = static_cast<const uint32_t*>(scene.Buffer(1, 1).pixels)[i];
-        const uint32_t back = static_cast<const uint32_t*>(scene.Buffer(1, 2).pixels)[i];
-        ASSERT_EQ(front, first[i]) << "the earlier result stays in buffer 1";
-        uint32_t expected = back;
-        if (front >> 24) {
-            const double fa = (front >> 24) / 255.0, ba = (back >> 24) / 255.0;
+        uint32_t expected = back[i];
+        if (front[i] >> 24) {
+            const double fa = (front[i] >> 24) / 255.0, ba = (back[i] >> 24) / 255.0;
             expected = 0xff000000u;
             for (int c = 0; c < 3; ++c) {
-                const double f = (front >> (8 * c)) & 0xff, b = (back >> (8 * c)) & 0xff;
+                const double f = (front[i] >> (8 * c)) & 0xff, b = (back[i] >> (8 * c)) & 0xff;
                 expected |= static_cast<uint32_t>(b * ba * (1.0 - fa) + f * fa) << (8 * c);
             }
         }
-        const uint32_t got = static_cast<const uint32_t*>(scene.Buffer(1, 0).pixels)[i];
         for (int c = 0; c < 4; ++c)
-            ASSERT_NEAR(double((got >> (8 * c)) & 0xff), double((expected >> (8 * c)) & 0xff), 1.0) << i;
-        fromEarlier += (front >> 24) != 0;
-        fromNew += (front >> 24) == 0 && (back >> 24) != 0;
+            ASSERT_NEAR(double((got[i] >> (8 * c)) & 0xff), double((expected >> (8 * c)) & 0xff), 1.0) << i;
+        fromEarlier += (front[i] >> 24) != 0;
+        fromNew += (front[i] >> 24) == 0 && (back[i] >> 24) != 0;
     }
     EXPECT_GT(fromEarlier, 0);
     EXPECT_EQ(fromNew, 0) << "the small volume lies wholly inside the earlier one";
 }
 
-TEST(VolumeRequest, IsoLinesAreReturnedAsListsOnTheIsoValue) {
+TEST(VolumeRequest, IsoLinesAreReturnedOnTheIsoValueOrDrawnInTheirColour) {
     Scene scene = RampScene();
     auto& p = scene.request.params;
-    p["_bool_DrawIsoBoundary"] = true;
-    p["_bool_GetBoundaryLines"] = true;
-    p["_int_TargetVolumeObjectID"] = scene.volumes[0]->GetObjectID();
-    p["_int_IsoValueBoundary"] = 300;
-    p["_double4_ColorIso"] = glm::dvec4(1.0, 1.0, 0.0, 1.0);
+    scene.With({{"_bool_DrawIsoBoundary", true},
+                {"_bool_GetBoundaryLines", true},
+                {"_int_TargetVolumeObjectID", scene.volumes[0]->GetObjectID()},
+                {"_int_IsoValueBoundary", 300},
+                {"_double4_ColorIso", glm::dvec4(1.0, 1.0, 0.0, 1.0)}});
     ASSERT_TRUE(scene.Run());
     ASSERT_TRUE(p.count("_vlist_DOUBLE_IsoLines3"));
     EXPECT_FALSE(p.count("_vlist_DOUBLE_IsoLines0"));
@@ -213,26 +178,21 @@ TEST(VolumeRequest, IsoLinesAreReturnedAsListsOnTheIsoValue) {
         const glm::dvec3 w(7.5 + (lines[k] - 15.5) * 0.5, 7.5 + (lines[k + 1] - 15.5) * 0.5, 3.0);
         EXPECT_NEAR(Ramp(w.x, w.y, w.z), 300.0, 12.0) << "point " << k / 2;
     }
-}
 
-TEST(VolumeRequest, IsoLinesAreDrawnInTheirColour) {
-    Scene scene = RampScene();
-    auto& p = scene.request.params;
-    p["_bool_DrawIsoBoundary"] = true;
-    p["_int_TargetVolumeObjectID"] = scene.volumes[0]->GetObjectID();
-    p["_int_Density0"] = 280;
-    p["_double4_ColorOuter"] = glm::dvec4(0.0, 1.0, 0.0, 1.0);
-    ASSERT_TRUE(scene.Run());
-    int green = 0;
-    for (int r = 0; r < 32; ++r)
-        for (int c = 0; c < 32; ++c) green += scene.Pixel(1, 0, c, r) == 0xff00ff00u;
-    EXPECT_GT(green, 8);
-    EXPECT_FALSE(p.count("_vlist_DOUBLE_IsoLines0")) << "drawn lines are not returned";
+    Scene drawn = RampScene();
+    ASSERT_TRUE(drawn
+                    .With({{"_bool_DrawIsoBoundary", true},
+                           {"_int_TargetVolumeObjectID", drawn.volumes[0]->GetObjectID()},
+                           {"_int_Density0", 280},
+                           {"_double4_ColorOuter", glm::dvec4(0.0, 1.0, 0.0, 1.0)}})
+                    .Run());
+    const auto colours = drawn.Colours();
+    EXPECT_GT(std::count(colours.begin(), colours.end(), 0xff00ff00u), 8);
+    EXPECT_FALSE(drawn.request.params.count("_vlist_DOUBLE_IsoLines0")) << "drawn lines are not returned";
 }
 
 TEST(VolumeRequest, AMistypedParameterLeavesDoModuleAsBadAnyCast) {
-    Scene scene = RampScene();
-    scene.request.params["_float_PlaneThickness"] = 4.0;
+    Scene scene = RampScene(AxialView(), {{"_float_PlaneThickness", 4.0}});
     EXPECT_THROW(scene.Run(), std::bad_any_cast);
     EXPECT_EQ(Plugin().getProgress(), 0.0);
 }
@@ -247,7 +207,6 @@ TEST(VolumeRequest, FloatVolumesAreWindowedToGreyLevels) {
     scene.Add(MakeVolume<float>(voxels, {16, 16, 8}));
     ASSERT_TRUE(scene.Run());
     EXPECT_TRUE(AllZero(scene.Buffer(1, 0), 32 * 32 * 4)) << "no window and no curve: nothing drawn";
-
     scene.request.scene[0].params["_double_WindowingCenter"] = 300.0;
     scene.request.scene[0].params["_double_WindowingWidth"] = 200.0;
     ASSERT_TRUE(scene.Run());
@@ -261,24 +220,18 @@ TEST(VolumeRequest, FloatVolumesAreWindowedToGreyLevels) {
 TEST(VolumeRequest, FastModeAgreesWithFullQualityAwayFromEdges) {
     // 256 x 256 pixels over the 16 x 16 mm face of the ramp, reduced to at most 64.
     const auto render = [](bool fast, bool blending) {
-        Scene scene = RampScene(AxialView(256, 15.5 / 255.0));
-        scene.request.params["_bool_StoreSampleValueToCustomBuffer"] = true;
-        scene.request.params["_bool_IsFastQualityMode"] = fast;
-        scene.request.params["_int_LengthFastModeMax"] = 64;
+        Scene scene = RampScene(AxialView(256, 15.5 / 255.0), {{"_bool_StoreSampleValueToCustomBuffer", true},
+                                                               {"_bool_IsFastQualityMode", fast},
+                                                               {"_int_LengthFastModeMax", 64}});
         if (blending) {
             EXPECT_TRUE(scene.Run());  // an earlier layer of the chain
             scene.request.params["_bool_IsFirstRenderer"] = false;
         }
         EXPECT_TRUE(scene.Run());
-        std::vector<uint32_t> pixels(256 * 256);
-        std::vector<uint16_t> values(256 * 256);
-        std::memcpy(pixels.data(), scene.Buffer(1, 0).pixels, pixels.size() * 4);
-        std::memcpy(values.data(), scene.Buffer(3, 0).pixels, values.size() * 2);
         EXPECT_EQ(scene.image->CountFrameBuffers(3), fast ? 2 : 1);
-        return std::make_pair(pixels, values);
+        return std::make_pair(scene.Colours(), scene.Values());
     };
-    const auto full = render(false, false);
-    const auto fast = render(true, false);
+    const auto full = render(false, false), fast = render(true, false);
     int worstColour = 0, worstValue = 0, covered = 0;
     for (int y = 4; y < 252; ++y)
         for (int x = 4; x < 252; ++x) {
@@ -293,34 +246,28 @@ TEST(VolumeRequest, FastModeAgreesWithFullQualityAwayFromEdges) {
     // Bilinear enlargement of a linear ramp: only the truncations differ.
     EXPECT_LE(worstColour, 2);
     EXPECT_LE(worstValue, 2);
-
     // Blending in fast mode enlarges the new layer under the earlier one.
-    const auto blended = render(true, true);
+    const uint32_t blended = render(true, true).first[128 * 256 + 128],
+                   reference = full.first[128 * 256 + 128];
     for (int c = 0; c < 3; ++c)
-        EXPECT_NEAR(double((blended.first[128 * 256 + 128] >> (8 * c)) & 0xff),
-                    double((full.first[128 * 256 + 128] >> (8 * c)) & 0xff), 2.0);
-    EXPECT_EQ(blended.first[128 * 256 + 128] >> 24, 255u);
+        EXPECT_NEAR(double((blended >> (8 * c)) & 0xff), double((reference >> (8 * c)) & 0xff), 2.0);
+    EXPECT_EQ(blended >> 24, 255u);
 }
 
 TEST(VolumeRequest, MaskedVolumesColourLabelledPixelsByTheirRow) {
     Scene scene = RampScene();
-    // Label 1 on the left half of the volume.
-    std::vector<unsigned char> labels(16 * 16 * 8, 0);
-    for (int z = 0; z < 8; ++z)
-        for (int y = 0; y < 16; ++y)
-            for (int x = 0; x < 8; ++x) labels[(z * 16 + y) * 16 + x] = 1;
-    auto mask = MakeVolume<unsigned char>(labels, {16, 16, 8});
-    scene.volumes[0]->SetTableObject("MASKVOLUME", mask);
+    std::vector<unsigned char> labels(16 * 16 * 8, 0);  // label 1 on the left half of the volume
+    for (size_t i = 0; i < labels.size(); ++i) labels[i] = i % 16 < 8;
+    scene.volumes[0]->SetTableObject("MASKVOLUME", MakeVolume<unsigned char>(labels, {16, 16, 8}));
     std::vector<uint32_t> grey = WindowTableEntries(400.0, 800.0);
-    std::vector<uint32_t> red(grey.size(), PackEntry(255, 0, 0, 255));
-    scene.volumes[0]->SetTableObject("WINDOWING", MakeTableObject({grey, red}));
+    scene.volumes[0]->SetTableObject(
+        "WINDOWING", MakeTableObject({grey, std::vector<uint32_t>(grey.size(), PackEntry(255, 0, 0, 255))}));
     scene.request.scene[0].params["_bool_MultiOTF"] = true;
     scene.request.scene[0].params["_int_NumOTFs"] = 1;
     ASSERT_TRUE(scene.Run());
     EXPECT_EQ(scene.Pixel(1, 0, 4, 16), 0xff0000ffu) << "label 1: an opaque red row covers the base";
     const uint32_t unlabelled = scene.Pixel(1, 0, 28, 16);
     EXPECT_EQ(unlabelled & 0xff, (unlabelled >> 8) & 0xff) << "label 0: the grey base row";
-
     // Without the multi-table flag the mask is ignored.
     scene.request.scene[0].params["_bool_MultiOTF"] = false;
     ASSERT_TRUE(scene.Run());
@@ -329,43 +276,34 @@ TEST(VolumeRequest, MaskedVolumesColourLabelledPixelsByTheirRow) {
 }
 
 TEST(VolumeRequest, ThicknessModeMarksBandsAroundTheVisibleRegion) {
-    Scene scene = RampScene();
-    // Only values above 300 are visible: x > 5 - 0.3 y on the z = 3 plane.
+    // Only values above 300 are visible: x > 5 - 0.3 y on the z = 3 plane. The
+    // mode needs a plane thicker than a voxel.
+    Scene scene = RampScene(AxialView(), {{"_int_VolumeRayCastType", 120}, {"_float_PlaneThickness", 2.0f}});
     std::vector<uint32_t> entries(65536, PackEntry(0, 0, 0, 0));
-    for (int t = 300; t < 65536; ++t) entries[t] = PackEntry(200, 200, 200, 255);
+    std::fill(entries.begin() + 300, entries.end(), PackEntry(200, 200, 200, 255));
     scene.volumes[0]->SetTableObject("WINDOWING", MakeTableObject({entries}));
-    scene.request.params["_int_VolumeRayCastType"] = 120;
-    scene.request.params["_float_PlaneThickness"] = 2.0f;  // the mode needs a plane thicker than a voxel
     scene.request.scene[0].params["_double_ThicknessInside"] = 1.6;   // rounds to 2 pixels
     scene.request.scene[0].params["_double_ThicknessOutside"] = 2.4;  // rounds to 2 pixels
     ASSERT_TRUE(scene.Run());
     // Row 16 (y = 7.75): the edge lies at x = 2.675 mm, between pixels 5 and 6.
-    const auto pixel = [&](int c) { return scene.Pixel(1, 0, c, 16); };
-    EXPECT_EQ(pixel(1), 0xff000000u) << "inside the volume, transparent, beyond the outside band";
-    EXPECT_EQ(pixel(4), 0xffff9000u) << "outside band";
-    EXPECT_EQ(pixel(5), 0xffff9000u) << "outside band";
-    EXPECT_EQ(pixel(6), 0xff64bce3u) << "inside band: grey 200 mixed with amber";
-    EXPECT_EQ(pixel(7), 0xff64bce3u) << "inside band";
-    EXPECT_EQ(pixel(9), 0xffc8c8c8u) << "inside, past the band";
+    // Pixel 1 is inside the volume, transparent, beyond the outside band; 4 and
+    // 5 form the outside band, 6 and 7 the inside band (grey 200 mixed with
+    // amber); 9 is inside, past the band.
+    const std::pair<int, uint32_t> expected[] = {{1, 0xff000000u}, {4, 0xffff9000u}, {5, 0xffff9000u},
+                                                 {6, 0xff64bce3u}, {7, 0xff64bce3u}, {9, 0xffc8c8c8u}};
+    for (auto [c, colour] : expected) EXPECT_EQ(scene.Pixel(1, 0, c, 16), colour) << c;
 }
 
 TEST(VolumeRequest, LabelOverlayModeOnACurvedPlaneFallsBackWithAMessage) {
-    Scene scene = RampScene();
-    auto& p = scene.request.params;
-    p["_int_VolumeRayCastType"] = 101;
-    p["_float_PlaneThickness"] = 2.0f;
-    p["_bool_IsNonlinear"] = true;
-    p["_float_ExPlaneHeight"] = 10.0f;
-    // A straight centre line along x through the middle of the volume.
-    std::vector<glm::vec3> points, ups, tangents;
-    for (int k = 0; k < 8; ++k) {
-        points.push_back({2.0f + k, 7.5f, 3.0f});
-        ups.push_back({0, 0, 1});
-        tangents.push_back({1, 0, 0});
-    }
-    p["_vlist_FLOAT3_CurveInterpolations"] = points;
-    p["_vlist_FLOAT3_CurveUpVectors"] = ups;
-    p["_vlist_FLOAT3_CurveTangentVectors"] = tangents;
+    std::vector<glm::vec3> points, ups(8, glm::vec3(0, 0, 1)), tangents(8, glm::vec3(1, 0, 0));
+    for (int k = 0; k < 8; ++k) points.push_back({2.0f + k, 7.5f, 3.0f});  // along x through the middle
+    Scene scene = RampScene(AxialView(), {{"_int_VolumeRayCastType", 101},
+                                          {"_float_PlaneThickness", 2.0f},
+                                          {"_bool_IsNonlinear", true},
+                                          {"_float_ExPlaneHeight", 10.0f},
+                                          {"_vlist_FLOAT3_CurveInterpolations", points},
+                                          {"_vlist_FLOAT3_CurveUpVectors", ups},
+                                          {"_vlist_FLOAT3_CurveTangentVectors", tangents}});
     EXPECT_EQ(Capture([&] { EXPECT_TRUE(scene.Run()); }), "NOT YET SUPPORT!! 0 __RM_MPR_MAINWITHSUBCOLORVOLUME");
     // Drawn as a curved slice: the columns span the centre line.
     EXPECT_EQ(scene.Pixel(1, 0, 16, 16) >> 24, 255u);

@@ -62,6 +62,20 @@ struct Scene {
     uint16_t Value(int x, int y, int index = 0) {
         return static_cast<const uint16_t*>(Buffer(3, index).pixels)[y * image->Width() + x];
     }
+    // Copies of a whole colour (usage 1) or value (usage 3) buffer.
+    std::vector<uint32_t> Colours(int index = 0) {
+        const auto* p = static_cast<const uint32_t*>(Buffer(1, index).pixels);
+        return {p, p + image->Width() * image->Height()};
+    }
+    std::vector<uint16_t> Values() {
+        const auto* p = static_cast<const uint16_t*>(Buffer(3, 0).pixels);
+        return {p, p + image->Width() * image->Height()};
+    }
+    // Sets request parameters, replacing earlier values.
+    Scene& With(const ParamMap& params) {
+        for (const auto& [key, value] : params) request.params[key] = value;
+        return *this;
+    }
     bool Run() { return Plugin().doModule(&request); }
 };
 
@@ -77,12 +91,13 @@ inline SectionView AxialView(int size = 32, double spacing = 0.5, double z = 3.0
     return view;
 }
 
-inline Scene RampScene(const SectionView& view = AxialView()) {
+inline Scene RampScene(const SectionView& view = AxialView(), const ParamMap& params = {}) {
     Scene scene;
     scene.Add(RampVolume());
     scene.image = MakeSectionImage(view);
     scene.request.params["_ZrIObject*_RenderOut"] = scene.image.get();
     scene.request.params["_bool_IsFirstRenderer"] = true;
+    scene.With(params);
     return scene;
 }
 

@@ -43,37 +43,27 @@ glm::dmat4 ScreenToWorld(const ZrCObject& camera) {
 
 }  // namespace
 
-TEST(Camera, ImagePlaneCornersLandOnThePixelCentres) {
+// The corners land on pixel centres (0, 0), (63, 0), (0, 39), (63, 39) in the
+// image plane, 63 pixels of 0.45 mm apart along right and 39 of 0.3 mm down,
+// centred on the camera position.
+TEST(Camera, ImagePlaneCornersLandOnThePixelCentresAndSpanTheImage) {
     const SectionView view = ObliqueView();
     auto image = MakeSectionImage(view);
     const ZrCObject& camera = *image->GetCameraObject();
-    glm::vec3 corners[4];
-    camera.GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, corners[0], corners[1], corners[2], corners[3]);
+    glm::vec3 c[4];
+    camera.GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, c[0], c[1], c[2], c[3]);
     const glm::dvec2 expected[4] = {{0, 0}, {63, 0}, {0, 39}, {63, 39}};
     const glm::dmat4 toScreen = WorldToScreen(camera);
     for (int k = 0; k < 4; ++k) {
-        const glm::dvec3 s = Apply(toScreen, glm::dvec3(corners[k]));
-        EXPECT_NEAR(s.x, expected[k].x, 1e-3) << "corner " << k;
-        EXPECT_NEAR(s.y, expected[k].y, 1e-3) << "corner " << k;
-        EXPECT_NEAR(s.z, 0.0, 1e-3) << "corners lie in the image plane";
+        const glm::dvec3 s = Apply(toScreen, glm::dvec3(c[k]));
+        EXPECT_NEAR(glm::length(s - glm::dvec3(expected[k], 0.0)), 0.0, 1e-3) << "corner " << k;
     }
-}
-
-TEST(Camera, CornersSpanTheImageAlongRightAndDown) {
-    const SectionView view = ObliqueView();
-    auto image = MakeSectionImage(view);
-    const ZrCObject& camera = *image->GetCameraObject();
-    glm::vec3 c0, c1, c2, c3;
-    camera.GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, c0, c1, c2, c3);
     glm::vec3 position, direction, up;
     camera.GetCameraExtStatef(position, direction, up);
-    const glm::vec3 right = glm::cross(direction, up);
-    // First row to last: 63 pixels of 0.45 mm to the right; 39 of 0.3 mm down.
-    EXPECT_NEAR(glm::dot(c1 - c0, right), 63 * 0.45f, 1e-3);
-    EXPECT_NEAR(glm::dot(c2 - c0, -up), 39 * 0.3f, 1e-3);
-    EXPECT_NEAR(glm::dot(c1 - c0, up), 0.0f, 1e-3);
-    // The plane passes through the camera position, halfway between the corners.
-    EXPECT_NEAR(glm::length((c0 + c3) * 0.5f - position), 0.0f, 1e-3);
+    EXPECT_NEAR(glm::dot(c[1] - c[0], glm::cross(direction, up)), 63 * 0.45f, 1e-3);
+    EXPECT_NEAR(glm::dot(c[2] - c[0], -up), 39 * 0.3f, 1e-3);
+    EXPECT_NEAR(glm::dot(c[1] - c[0], up), 0.0f, 1e-3);
+    EXPECT_NEAR(glm::length((c[0] + c[3]) * 0.5f - position), 0.0f, 1e-3);
     EXPECT_NEAR(glm::dot(direction, glm::normalize(glm::vec3(view.viewDirection))), 1.0f, 1e-6);
 }
 
@@ -102,11 +92,12 @@ TEST(Camera, AOnePixelImageKeepsInvertibleFactors) {
 }
 
 TEST(Camera, IntrinsicStateDescribesTheImage) {
-    auto image = MakeSectionImage(ObliqueView());
     glm::dvec2 spacing, extent;
     double nearDistance, farDistance, fov;
     glm::ivec2 size;
-    image->GetCameraObject()->GetCameraIntState(spacing, nearDistance, farDistance, size, extent, fov);
+    MakeSectionImage(ObliqueView())
+        ->GetCameraObject()
+        ->GetCameraIntState(spacing, nearDistance, farDistance, size, extent, fov);
     EXPECT_EQ(size, glm::ivec2(64, 40));
     EXPECT_EQ(spacing, glm::dvec2(0.45, 0.3));
     EXPECT_NEAR(extent.x, 63 * 0.45, 1e-12);

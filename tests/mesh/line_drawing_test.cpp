@@ -1,15 +1,13 @@
-// Segment rasterisation, widening at the borders, clip plane and clip box, and
-// colour packing.
+// Segment rasterisation, widening at the borders, clip plane and clip box
+// (colour packing is checked through the driver).
 #include "mesh/line_drawing.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <glm/gtc/matrix_transform.hpp>
 #include <set>
 #include <utility>
 #include <vector>
-
-#include <glm/gtc/matrix_transform.hpp>
 
 #include "volume/kernels/matrix_record.h"
 
@@ -161,16 +159,6 @@ TEST(LineClipping, AnAllZeroBoxMatrixKeepsEveryPixel) {
     Canvas canvas(12, 4);
     canvas.Draw({0.0f, 1.0f, 0.0f}, {11.0f, 1.0f, 0.0f}, 1, clip);
     EXPECT_EQ(canvas.Painted(kCentre).size(), 12u);
-}
-
-TEST(ColourPacking, BothByteOrdersTruncate) {
-    const uint32_t bgra = zrmesh::PackColour(glm::vec3(1.0f, 0.5f, 0.0f), false);
-    const uint32_t rgba = zrmesh::PackColour(glm::vec3(1.0f, 0.5f, 0.0f), true);
-    uint8_t bytes[4];
-    std::memcpy(bytes, &bgra, 4);
-    EXPECT_EQ(std::vector<int>(bytes, bytes + 4), (std::vector<int>{0, 127, 255, 255}));
-    std::memcpy(bytes, &rgba, 4);
-    EXPECT_EQ(std::vector<int>(bytes, bytes + 4), (std::vector<int>{255, 127, 0, 255}));
 }
 
 }  // namespace

@@ -64,6 +64,11 @@ struct Scene {
         zrobjects::FrameBuffer* buffer = image->GetFrameBuffer(usage, index);
         return buffer ? static_cast<uint32_t*>(buffer->pixels) : nullptr;
     }
+    // Render-out 0 made by an earlier renderer: named "shown", every byte `fill`.
+    void Shown(uint8_t fill) {
+        image->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "shown");
+        std::memset(Buffer(1, 0), fill, static_cast<size_t>(image->Width()) * image->Height() * 4);
+    }
     uint32_t Pixel(int index, int x, int y) { return Buffer(1, index)[y * image->Width() + x]; }
     float Depth(int x, int y) {
         return static_cast<float*>(image->GetFrameBuffer(2, 0)->pixels)[y * image->Width() + x];

@@ -69,23 +69,19 @@ TEST(ParamReads, PointersAreReturnedAndAbsentPointersAreNull) {
     EXPECT_EQ(ReadPointer<zrobjects::ZrIObject*>(map, "_ZrIObject*_Other"), nullptr);
 }
 
-TEST(ParamReadErrors, AWiderOrNarrowerTypeIsAMismatch) {
+TEST(ParamReadErrors, AWiderNarrowerOrEmptyValueIsAMismatch) {
     ParamMap map;
     map["_int_NumOTFs"] = int64_t{2};
     map["_float_PlaneThickness"] = 2.0;
     map["_double_Sigma"] = 1.0f;
     map["_bool_IsRGBA"] = 1;
+    map["_int_Empty"] = std::any{};
+    map["_vlist_FLOAT_CrossLines"] = std::any{};
     EXPECT_THROW(ReadParam<int32_t>(map, "_int_NumOTFs", 1), std::bad_any_cast);
     EXPECT_THROW(ReadParam<float>(map, "_float_PlaneThickness", 0.0f), std::bad_any_cast);
     EXPECT_THROW(ReadParam<double>(map, "_double_Sigma", 0.0), std::bad_any_cast);
     EXPECT_THROW(ReadParam<bool>(map, "_bool_IsRGBA", false), std::bad_any_cast);
-}
-
-TEST(ParamReadErrors, AnEmptyValueIsAMismatch) {
-    ParamMap map;
-    map["_int_NumOTFs"] = std::any{};
-    map["_vlist_FLOAT_CrossLines"] = std::any{};
-    EXPECT_THROW(ReadParam<int32_t>(map, "_int_NumOTFs", 1), std::bad_any_cast);
+    EXPECT_THROW(ReadParam<int32_t>(map, "_int_Empty", 1), std::bad_any_cast);
     EXPECT_THROW(ReadList<std::vector<float>>(map, "_vlist_FLOAT_CrossLines"), std::bad_any_cast);
 }
 

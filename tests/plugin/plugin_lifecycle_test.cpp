@@ -1,4 +1,6 @@
 // The built plug-in loaded with dlopen, driven through its exports by name.
+// What DoModule answers is checked in process (module/dispatch_test.cpp) and
+// through these exports by the end-to-end suite.
 #include <gtest/gtest.h>
 
 #include <any>
@@ -6,7 +8,6 @@
 #include <vector>
 
 #include "host/host_services.h"
-#include "host/image_builder.h"
 #include "host/plugin_loader.h"
 
 using namespace zrobjects;
@@ -16,13 +17,6 @@ namespace {
 PluginModule& Plugin() {
     static PluginModule plugin(ZR_PLUGIN_PATH);
     return plugin;
-}
-
-ModuleRequest RequestFor(const std::string& sourceType, ZrIObject& image) {
-    ModuleRequest request;
-    request.params["_ZrIObject*_RenderOut"] = &image;
-    request.params["_string_RenderingSourceType"] = sourceType;
-    return request;
 }
 
 void NotCalled(void*) {}
@@ -53,28 +47,7 @@ TEST(PluginLifecycle, InitLogsTheCoreVersion) {
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], "Plugin: CPU Renderer using Core v(1.21)");
     Plugin().deInitModule();
-}
-
-TEST(PluginLifecycle, ProgressFollowsTheRequestOutcome) {
-    PluginModule& plugin = Plugin();
-    plugin.initModule();
-    auto image = MakeSectionImage({});
-
-    auto unknown = RequestFor("SOMETHING_ELSE", *image);
-    EXPECT_TRUE(plugin.doModule(&unknown));
-    EXPECT_EQ(plugin.getProgress(), 100.0);
-
-    auto unsupported = RequestFor("VOLUME", *image);
-    testing::internal::CaptureStdout();
-    EXPECT_FALSE(plugin.doModule(&unsupported));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "NOT YET CPU RENDERING");
-    EXPECT_EQ(plugin.getProgress(), 0.0);
-
-    auto mistyped = RequestFor("", *image);
-    mistyped.params["_string_RenderingSourceType"] = 5;
-    EXPECT_THROW(plugin.doModule(&mistyped), std::bad_any_cast);
-    plugin.deInitModule();
-    plugin.deInitModule();  // safe with no smoothing kernel held
+    Plugin().deInitModule();  // safe with no smoothing kernel held
 }
 
 TEST(PluginQueries, SpecificationAppendsWindowsAtTheEnd) {

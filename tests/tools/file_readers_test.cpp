@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <functional>
+#include <tuple>
 
 #include "host/volume_builder.h"
 #include "tool_test_support.h"
@@ -55,14 +57,10 @@ TEST(VolumeFiles, NiftiKeepsVoxelsTypeAndSpacing) {
     const VolumeFileInfo info = ReadVolumeFileInfo(dir / "ramp.nii");
     EXPECT_EQ(info.format, "NIfTI");
     EXPECT_EQ(info.dims, glm::ivec3(4, 3, 2));
-}
-
-TEST(VolumeFiles, ConversionOnRequest) {
-    ScratchFolder dir("convert");
-    testing::WriteBytes(dir / "ramp.nii", testing::NiftiInt16(4, 3, 2, 1, 1, 1, Ramp(24)));
-    auto volume = ReadVolumeFile(dir / "ramp.nii", VoxelKind::Float32);
-    EXPECT_EQ(volume->GetVolumeData()->voxelType, zrobjects::MakeDataType<float>());
-    EXPECT_EQ(zrobjects::VoxelAt<float>(*volume->GetVolumeData(), 0, 0, 0), -7.0f);
+    // Converted on request.
+    auto floats = ReadVolumeFile(dir / "ramp.nii", VoxelKind::Float32);
+    EXPECT_EQ(floats->GetVolumeData()->voxelType, zrobjects::MakeDataType<float>());
+    EXPECT_EQ(zrobjects::VoxelAt<float>(*floats->GetVolumeData(), 0, 0, 0), -7.0f);
 }
 
 TEST(VolumeFiles, NrrdKeepsOriginAndDirection) {
@@ -102,30 +100,29 @@ TEST(VolumeFiles, RawFilesInBothByteOrders) {
 
 TEST(VolumeFileErrors, MissingShortTruncatedAndCorrupt) {
     ScratchFolder dir("volume-errors");
-    EXPECT_NE(ErrorNaming(dir / "absent.nii", [&] { ReadVolumeFile(dir / "absent.nii"); }).find("no such file"),
-              std::string::npos);
-
     testing::WriteBytes(dir / "short.raw", std::vector<char>(10));
-    RawVolumeHeader header;
-    header.dims = {2, 2, 2};
-    header.kind = VoxelKind::UInt16;
-    EXPECT_NE(ErrorNaming(dir / "short.raw", [&] { ReadRawVolume(dir / "short.raw", header); })
-                  .find("raw file holds 10 bytes, its header needs 16"),
-              std::string::npos);
-    header.dims = {-2, 2, 2};
-    EXPECT_NE(ErrorNaming(dir / "short.raw", [&] { ReadRawVolume(dir / "short.raw", header); }).find("positive"),
-              std::string::npos);
-    header.dims = {60000, 60000, 60000};
-    EXPECT_NE(ErrorNaming(dir / "short.raw", [&] { ReadRawVolume(dir / "short.raw", header); }).find("too large"),
-              std::string::npos);
-
     std::vector<char> nifti = testing::NiftiInt16(8, 8, 8, 1, 1, 1, Ramp(512));
     nifti.erase(nifti.end() - 300, nifti.end());  // cut into the voxels
     testing::WriteBytes(dir / "cut.nii", nifti);
-    EXPECT_FALSE(ErrorNaming(dir / "cut.nii", [&] { ReadVolumeFile(dir / "cut.nii"); }).empty());
-
     testing::WriteBytes(dir / "junk.nii", std::vector<char>(400, 'x'));
-    EXPECT_FALSE(ErrorNaming(dir / "junk.nii", [&] { ReadVolumeFile(dir / "junk.nii"); }).empty());
+    const auto raw = [&](glm::ivec3 dims) {
+        RawVolumeHeader header;
+        header.dims = dims;
+        header.kind = VoxelKind::UInt16;
+        return [&dir, header] { ReadRawVolume(dir / "short.raw", header); };
+    };
+    const std::tuple<std::string, std::function<void()>, std::string> cases[] = {
+        {"absent.nii", [&] { ReadVolumeFile(dir / "absent.nii"); }, "no such file"},
+        {"short.raw", raw({2, 2, 2}), "raw file holds 10 bytes, its header needs 16"},
+        {"short.raw", raw({-2, 2, 2}), "positive"},
+        {"short.raw", raw({60000, 60000, 60000}), "too large"},
+        {"cut.nii", [&] { ReadVolumeFile(dir / "cut.nii"); }, ""},
+        {"junk.nii", [&] { ReadVolumeFile(dir / "junk.nii"); }, ""}};
+    for (const auto& [file, read, expected] : cases) {
+        const std::string message = ErrorNaming(dir / file, read);
+        EXPECT_FALSE(message.empty()) << file;
+        EXPECT_NE(message.find(expected), std::string::npos) << message;
+    }
 }
 
 TEST(VolumeFiles, VoxelKindNames) {

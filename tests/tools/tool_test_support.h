@@ -52,27 +52,19 @@ void Append(std::vector<char>& bytes, const T& value) {
 inline std::vector<char> NiftiInt16(int nx, int ny, int nz, float sx, float sy, float sz,
                                     const std::vector<int16_t>& voxels) {
     std::vector<char> header(352, 0);
-    auto put32 = [&](size_t at, int32_t v) { std::memcpy(&header[at], &v, 4); };
-    auto put16 = [&](size_t at, int16_t v) { std::memcpy(&header[at], &v, 2); };
-    auto putf = [&](size_t at, float v) { std::memcpy(&header[at], &v, 4); };
-    put32(0, 348);                                                    // sizeof_hdr
-    put16(40, 3);                                                     // dim[0]
-    put16(42, static_cast<int16_t>(nx));
-    put16(44, static_cast<int16_t>(ny));
-    put16(46, static_cast<int16_t>(nz));
-    put16(48, 1);
-    put16(50, 1);
-    put16(52, 1);
-    put16(70, 4);                                                     // datatype: signed short
-    put16(72, 16);                                                    // bitpix
-    putf(76, 1.0f);                                                   // pixdim[0] (qfac)
-    putf(80, sx);
-    putf(84, sy);
-    putf(88, sz);
-    putf(108, 352.0f);                                                // vox_offset
-    putf(112, 1.0f);                                                  // scl_slope
-    header[123] = 10;                                                 // xyzt_units: mm, s
-    std::memcpy(&header[344], "n+1\0", 4);                            // magic
+    const auto put = [&](size_t at, auto v) { std::memcpy(&header[at], &v, sizeof v); };
+    put(0, int32_t{348});  // sizeof_hdr
+    // dim[0..6]: three dimensions, then ones; datatype signed short, 16 bits.
+    const int16_t dims[] = {3, int16_t(nx), int16_t(ny), int16_t(nz), 1, 1, 1};
+    for (int d = 0; d < 7; ++d) put(40 + 2 * d, dims[d]);
+    put(70, int16_t{4});
+    put(72, int16_t{16});
+    const float pixdim[] = {1.0f, sx, sy, sz};  // pixdim[0] is qfac
+    for (int d = 0; d < 4; ++d) put(76 + 4 * d, pixdim[d]);
+    put(108, 352.0f);                       // vox_offset
+    put(112, 1.0f);                         // scl_slope
+    header[123] = 10;                       // xyzt_units: mm, s
+    std::memcpy(&header[344], "n+1\0", 4);  // magic
     std::vector<char> bytes = header;
     for (int16_t v : voxels) Append(bytes, v);
     return bytes;

@@ -1,6 +1,7 @@
 // The zrslice program end to end: exit codes, the one-line error answers with
-// no partial output, replays of the checked-in request files against their
-// expected pictures, and the demo gallery's replayable request files.
+// no partial output (one mistake per stage: file, JSON, parameters, image,
+// objects, the module; the messages themselves are checked where they are made), replays of the checked-in
+// request files against their expected pictures, and the demo gallery's replayable request files.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -114,17 +115,12 @@ TEST(ZrsliceCli, BadInputIsOneLineAndLeavesNoOutput) {
     const std::vector<Case> cases = {
         {"missing.json", "", "missing.json: no such file"},
         {"notjson.json", "{ this is not json", "not valid JSON"},
-        {"badtag.json", with("/requests/0/_colour_X", 1), "\"_colour_X\" has no known type tag"},
-        {"badtype.json", with("/requests/0/_float_PlaneThickness", "20"), "\"_float_PlaneThickness\" expects a number"},
-        {"unknownobject.json", with("/scene/0/object", "skull"), "names an unknown object \"skull\""},
-        {"zerodirection.json", with("/image/camera/viewDirection", {0, 0, 0}), "view direction is zero"},
-        {"negativesize.json", with("/image/size", {-24, 24}), "image.size[0]"},
+        {"badtype.json", with("/requests/0/_float_PlaneThickness", "20"),
+         "\"_float_PlaneThickness\" expects a number"},
         {"hugesize.json", with("/image/size", {16384, 16384}), "too large"},
-        {"hugevolume.json", with("/objects/head", {{"type", "volume"}, {"raw", "short.raw"}, {"voxelType", "uint16"},
-                                                   {"dims", {60000, 60000, 60000}}}),
-         "too large"},
-        {"shortraw.json", with("/objects/head", {{"type", "volume"}, {"raw", "short.raw"}, {"voxelType", "uint16"},
-                                                 {"dims", {8, 8, 8}}}),
+        {"shortraw.json",
+         with("/objects/head",
+              {{"type", "volume"}, {"raw", "short.raw"}, {"voxelType", "uint16"}, {"dims", {8, 8, 8}}}),
          "short.raw: raw file holds 100 bytes"},
         {"cutnifti.json", with("/objects/head", {{"type", "volume"}, {"file", "cut.nii"}}), "cut.nii: "},
         {"declined.json", with("/requests/0/_string_RenderingSourceType", "VOLUME"), "declined"},

@@ -1,11 +1,13 @@
 // Plane-box tests and the collection of crossed leaves on hand-made trees.
+#include "mesh/bvh/bvh_query.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 #include <vector>
 
 #include "mesh/bvh/bvh_node.h"
-#include "mesh/bvh/bvh_query.h"
 
 namespace {
 
@@ -82,24 +84,17 @@ TEST(LeafCollection, DepthFirstChildZeroFirstWithTriangleCount) {
     EXPECT_EQ(triangles, 10);
 }
 
-TEST(LeafCollection, ALeafRootIsTakenWithoutABoxTest) {
-    zrbvh::BvhTree tree;
-    tree.root = Leaf(0, 1, 0, 7);
-    std::vector<const BvhLeafNode*> leaves;
-    int64_t triangles = 0;
-    zrbvh::CollectTreeLeaves(tree, glm::vec3(1.0f, 0.0f, 0.0f), 50.0f, leaves, triangles);
-    ASSERT_EQ(leaves.size(), 1u);
-    EXPECT_EQ(triangles, 7);
-}
-
-TEST(LeafCollection, AMissedChildIsNotEntered) {
-    zrbvh::BvhTree tree;
-    tree.root = Inner(Leaf(0, 1, 0, 1), Leaf(5, 6, 1, 2));
-    std::vector<const BvhLeafNode*> leaves;
-    int64_t triangles = 0;
-    zrbvh::CollectTreeLeaves(tree, glm::vec3(1.0f, 0.0f, 0.0f), 3.0f, leaves, triangles);
-    EXPECT_TRUE(leaves.empty());
-    EXPECT_EQ(triangles, 0);
+TEST(LeafCollection, ALeafRootIsTakenWithoutABoxTestAndAMissedChildIsNotEntered) {
+    zrbvh::BvhTree leafRoot, missed;
+    leafRoot.root = Leaf(0, 1, 0, 7);
+    missed.root = Inner(Leaf(0, 1, 0, 1), Leaf(5, 6, 1, 2));
+    for (auto [tree, plane, count] : {std::tuple{&leafRoot, 50.0f, 7}, {&missed, 3.0f, 0}}) {
+        std::vector<const BvhLeafNode*> leaves;
+        int64_t triangles = 0;
+        zrbvh::CollectTreeLeaves(*tree, glm::vec3(1.0f, 0.0f, 0.0f), plane, leaves, triangles);
+        EXPECT_EQ(leaves.size(), count ? 1u : 0u) << count;
+        EXPECT_EQ(triangles, count);
+    }
 }
 
 }  // namespace

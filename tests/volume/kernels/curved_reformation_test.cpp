@@ -24,45 +24,39 @@ struct CurveScene {
     zrobjects::VolumeGeometry placement;
     std::vector<glm::vec3> points, ups, tangents;
 
-    // A straight line of `n` samples from `start` along +x, `spacing` apart, up = +z.
-    // Its depth axis (up x tangent) is +y.
+    template <class F>
+    CurveScene(glm::ivec3 dims, F value, glm::ivec2 size = {3, 3})
+        : volume(VolumeFrom(dims, value)), image(TargetImage(size.x, size.y)) {}
+    CurveScene() = default;
+
+    // A straight line of `n` samples from `start` along +x, `spacing` apart, up =
+    // +z: its depth axis (up x tangent) is +y.
     void StraightAlongX(glm::vec3 start, int n, float spacing = 1.0f) {
         points.clear();
         for (int i = 0; i < n; ++i) points.push_back(start + glm::vec3(spacing * i, 0, 0));
         ups.assign(n, glm::vec3(0, 0, 1));
         tangents.assign(n, glm::vec3(1, 0, 0));
     }
-
     CurvedReformationArgs Args(int code = 0, float thickness = 0.0f) const {
-        CurvedReformationArgs a;
-        a.volume = volume.get();
-        a.tableOwner = table.get();
-        a.image = image.get();
-        a.colourIndex = 1;
-        a.valueIndex = 0;
-        a.width = image->Width();
-        a.height = image->Height();
-        a.curvePoints = points.data();
-        a.upVectors = ups.data();
-        a.tangents = tangents.data();
-        a.curveCount = static_cast<int>(points.size());
+        CurvedReformationArgs a = CurvedArgs(*volume, *table, *image, points, ups, tangents);
         a.worldToVoxel = WorldToVoxel(placement);
-        a.planeHeight = static_cast<float>(image->Height() - 1);  // 1 mm per row
         a.projectionCode = code;
         a.thickness = thickness;
-        a.layerStep = 1.0f;
         return a;
     }
     uint16_t Value(int c, int r) const { return Values(*image)[r * image->Width() + c]; }
     uint32_t Pixel(int c, int r) const { return Colour(*image)[r * image->Width() + c]; }
+    bool Untouched(int c, int r) const {
+        return Value(c, r) == kUntouchedValue && Pixel(c, r) == kUntouchedPixel;
+    }
 };
 
-// ---- Columns, rows and the frame --------------------------------------------
+const auto kRampX = [](int i, int, int) { return 10 * i + 100; };
+const auto kRampY = [](int, int j, int) { return 10 * j + 100; };
+const auto kRampZ = [](int, int, int k) { return 10 * k + 100; };
 
-TEST(CurvedReformationLayout, ColumnsRunFromTheFirstToTheLastCurveSample) {
-    CurveScene s;
-    s.volume = VolumeFrom({12, 10, 10}, [](int i, int, int) { return 10 * i + 100; });
-    s.image = TargetImage(9, 3);
+TEST(CurvedReformationLayout, ColumnsSpanTheCurveAndRowsSpanThePlaneHeightWithTheTopOnThePlusUpSide) {
+    CurveScene s({12, 10, 10}, kRampX, {9, 3});
     s.StraightAlongX({2, 5, 5}, 5);  // x = 2 .. 6, so column i sits at x = 2 + i / 2
     ASSERT_TRUE(RenderCurvedReformation(s.Args()));
     for (int c = 0; c < 9; ++c)
@@ -70,27 +64,19 @@ TEST(CurvedReformationLayout, ColumnsRunFromTheFirstToTheLastCurveSample) {
             EXPECT_EQ(s.Value(c, r), 120 + 5 * c) << c << "," << r;
             EXPECT_EQ(ByteOf(s.Pixel(c, r), 3), 255u);
         }
-}
-
-TEST(CurvedReformationLayout, TopRowLiesOnThePlusUpSide) {
-    CurveScene s;
-    s.volume = VolumeFrom({10, 10, 10}, [](int, int, int k) { return 10 * k + 100; });
-    s.image = TargetImage(4, 5);
-    s.StraightAlongX({2, 5, 5}, 4);
-    CurvedReformationArgs a = s.Args();
-    a.planeHeight = 4.0f;  // rows at z = 7, 6, 5, 4, 3
-    ASSERT_TRUE(RenderCurvedReformation(a));
-    for (int r = 0; r < 5; ++r) EXPECT_EQ(s.Value(1, r), 170 - 10 * r) << r;
-    // Rows spread over the plane height, whatever the row count.
-    a.planeHeight = 2.0f;  // z = 6, 5.5, 5, 4.5, 4
-    ASSERT_TRUE(RenderCurvedReformation(a));
-    for (int r = 0; r < 5; ++r) EXPECT_EQ(s.Value(2, r), 160 - 5 * r) << r;
+    CurveScene z({10, 10, 10}, kRampZ, {4, 5});
+    z.StraightAlongX({2, 5, 5}, 4);
+    CurvedReformationArgs a = z.Args();
+    for (float height : {4.0f, 2.0f}) {  // rows at z = 5 + height / 2 down to 5 - height / 2
+        a.planeHeight = height;
+        ASSERT_TRUE(RenderCurvedReformation(a));
+        for (int r = 0; r < 5; ++r)
+            EXPECT_EQ(z.Value(1, r), 150 + 5 * height - 2.5 * height * r) << height << ", " << r;
+    }
 }
 
 TEST(CurvedReformationLayout, DepthOffsetMovesAlongUpCrossTangentAndRightSideMirrorsIt) {
-    CurveScene s;
-    s.volume = VolumeFrom({10, 10, 10}, [](int, int j, int) { return 10 * j + 100; });
-    s.image = TargetImage(4, 3);
+    CurveScene s({10, 10, 10}, kRampY, {4, 3});
     s.StraightAlongX({2, 5, 5}, 4);
     CurvedReformationArgs a = s.Args();
     a.halfThickness = 2.0f;
@@ -105,197 +91,140 @@ TEST(CurvedReformationLayout, WorldMillimetresAreMappedThroughTheVolumePlacement
     CurveScene s;
     s.placement.spacing = {0.5, 2.0, 1.0};
     s.placement.origin = {10.0, -4.0, 0.0};
-    s.volume = VolumeFrom({20, 8, 8}, [](int i, int, int) { return 10 * i + 100; }, s.placement);
+    s.volume = VolumeFrom({20, 8, 8}, kRampX, s.placement);
     s.image = TargetImage(3, 3);
     s.StraightAlongX({11, 2, 4}, 3, 2.0f);  // world x 11, 13, 15 = voxel x 2, 6, 10
     ASSERT_TRUE(RenderCurvedReformation(s.Args()));
-    EXPECT_EQ(s.Value(0, 1), 120);
-    EXPECT_EQ(s.Value(1, 1), 160);
-    EXPECT_EQ(s.Value(2, 1), 200);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(s.Value(c, 1), 120 + 40 * c);
 }
 
-// ---- The ends of the curve ---------------------------------------------------
-
-TEST(CurvedReformationEnds, PositionExactlyAtTheLastSampleLeavesTheColumnUntouched) {
-    CurveScene s;
-    s.volume = VolumeFrom({12, 10, 10}, [](int i, int, int) { return 10 * i + 100; });
-    s.image = TargetImage(3, 3);
+TEST(CurvedReformationEnds, PositionsAtOrPastTheLastSampleOrBeforeTheFirstLeaveTheColumnUntouched) {
+    CurveScene s({12, 10, 10}, kRampX);
     s.StraightAlongX({2, 5, 5}, 4);
     s.points[3].x = 8.0f;  // the last step is four voxels long
     const CurvedReformationArgs a = s.Args();
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
-    EXPECT_LT(g.lastColumnPosition, 3.0f);
     EXPECT_EQ(g.lastColumnPosition, std::nextafter(3.0f, 0.0f));
 
     g.lastColumnPosition = 3.0f;
     ASSERT_TRUE(RenderCurvedSection(a, g));
     EXPECT_EQ(s.Value(0, 1), 120);  // first column on the first sample
     EXPECT_EQ(s.Value(1, 1), 135);  // u = 1.5: x = 3.5
-    for (int r = 0; r < 3; ++r) {
-        EXPECT_EQ(s.Value(2, r), kUntouchedValue);
-        EXPECT_EQ(s.Pixel(2, r), kUntouchedPixel);
-    }
-
+    for (int r = 0; r < 3; ++r) EXPECT_TRUE(s.Untouched(2, r)) << r;
     // Just below N - 1 the column interpolates the last two samples.
-    g.firstColumnPosition = g.lastColumnPosition = 2.5f;
-    ASSERT_TRUE(RenderCurvedSection(a, g));
-    EXPECT_EQ(s.Value(2, 1), 160);  // halfway between x = 4 and x = 8
-    g.firstColumnPosition = g.lastColumnPosition = std::nextafter(3.0f, 0.0f);
-    ASSERT_TRUE(RenderCurvedSection(a, g));
-    EXPECT_EQ(s.Value(2, 1), 180);
-    // Negative positions are outside the curve too.
+    for (auto [u, expected] : {std::pair{2.5f, 160}, {std::nextafter(3.0f, 0.0f), 180}}) {
+        g.firstColumnPosition = g.lastColumnPosition = u;
+        ASSERT_TRUE(RenderCurvedSection(a, g));
+        EXPECT_EQ(s.Value(2, 1), expected) << u;
+    }
     g.firstColumnPosition = g.lastColumnPosition = -0.01f;
-    CurveScene fresh = s;
-    fresh.image = TargetImage(3, 3);
-    ASSERT_TRUE(RenderCurvedSection(fresh.Args(), g));
-    EXPECT_EQ(fresh.Value(1, 1), kUntouchedValue);
+    s.image = TargetImage(3, 3);
+    ASSERT_TRUE(RenderCurvedSection(s.Args(), g));
+    EXPECT_TRUE(s.Untouched(1, 1));
 }
 
 TEST(CurvedReformationEnds, TheFrameIsInterpolatedBetweenSamplesAndNormalised) {
-    CurveScene s;
-    s.volume = VolumeFrom({12, 12, 12}, [](int, int j, int k) { return 10 * (j + k) + 100; });
-    s.image = TargetImage(3, 3);
+    CurveScene s({12, 12, 12}, [](int, int j, int k) { return 10 * (j + k) + 100; });
     s.StraightAlongX({2, 5, 5}, 3);
     s.ups[2] = {0, 3, 0};  // longer than one: only its direction counts
     CurvedReformationArgs a = s.Args();
     a.planeHeight = 4.0f;  // top row 2 mm up
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
-    // Interpolated first, then normalised: up = 0.25 (0, 0, 1) + 0.75 (0, 3, 0).
     g.firstColumnPosition = g.lastColumnPosition = 1.75f;
     ASSERT_TRUE(RenderCurvedSection(a, g));
-    const glm::vec3 up = glm::normalize(glm::vec3(0, 2.25f, 0.25f));
-    // Top row: centre + 2 up; value 10 (y + z) + 100.
-    const glm::vec3 top = glm::vec3(3.75f, 5, 5) + 2.0f * up;
+    // Interpolated first, then normalised: up = 0.25 (0, 0, 1) + 0.75 (0, 3, 0).
+    const glm::vec3 top = glm::vec3(3.75f, 5, 5) + 2.0f * glm::normalize(glm::vec3(0, 2.25f, 0.25f));
     EXPECT_EQ(s.Value(1, 0), static_cast<int>(10 * (top.y + top.z) + 100 + 0.5f));
     EXPECT_EQ(s.Value(1, 1), 200);
 }
 
-TEST(CurvedReformationEnds, TooShortOrMissingCurvesDrawNothing) {
-    CurveScene s;
-    s.volume = VolumeFrom({6, 6, 6}, [](int, int, int) { return 50; });
-    s.image = TargetImage(3, 3);
+TEST(CurvedReformationEnds, ShortOrMissingCurvesAndOneColumnOrOneRowImagesDrawNothing) {
+    CurveScene s({8, 8, 8}, [](int, int, int) { return 50; });
     s.StraightAlongX({1, 3, 3}, 1);
     EXPECT_TRUE(RenderCurvedReformation(s.Args()));
+    s.StraightAlongX({1, 3, 3}, 4);
     CurvedReformationArgs a = s.Args();
-    s.StraightAlongX({1, 3, 3}, 3);
-    a = s.Args();
     a.upVectors = nullptr;
     EXPECT_TRUE(RenderCurvedReformation(a));
-    for (int p = 0; p < 9; ++p) EXPECT_EQ(Colour(*s.image)[p], kUntouchedPixel);
-}
-
-TEST(CurvedReformationEnds, OneColumnOrOneRowImagesStayUnwritten) {
+    for (int p = 0; p < 9; ++p) EXPECT_TRUE(s.Untouched(p % 3, p / 3));
     for (glm::ivec2 size : {glm::ivec2(1, 4), glm::ivec2(4, 1)}) {
-        CurveScene s;
-        s.volume = VolumeFrom({8, 8, 8}, [](int, int, int) { return 50; });
         s.image = TargetImage(size.x, size.y);
-        s.StraightAlongX({1, 3, 3}, 4);
         for (auto [code, thickness] : {std::pair{0, 0.0f}, {1, 2.0f}, {10, 2.0f}, {11, 2.0f}, {12, 2.0f}}) {
             ASSERT_TRUE(RenderCurvedReformation(s.Args(code, thickness)));
-            for (int p = 0; p < size.x * size.y; ++p) {
-                EXPECT_EQ(Colour(*s.image)[p], kUntouchedPixel) << code;
-                EXPECT_EQ(Values(*s.image)[p], kUntouchedValue) << code;
-            }
+            for (int p = 0; p < size.x * size.y; ++p)
+                EXPECT_TRUE(s.Untouched(p % size.x, p / size.x)) << code;
         }
     }
 }
 
-// ---- Slab reductions -----------------------------------------------------
-
-// Value j + 1: layers at depth y = 0 and y = 1 sample 1 and 2.
-CurveScene DepthRamp() {
-    CurveScene s;
-    s.volume = VolumeFrom({8, 6, 6}, [](int, int j, int) { return j + 1; });
-    s.image = TargetImage(3, 3);
-    s.StraightAlongX({1, 0.5f, 3}, 4);  // two layers of 1 mm around y = 0.5
+// Value j + 1 along the depth axis; the curve at y = `y` with two layers of 1 mm.
+CurveScene DepthRamp(float y = 0.5f) {
+    CurveScene s({8, 6, 6}, [](int, int j, int) { return j + 1; });
+    s.StraightAlongX({1, y, 3}, 4);
     return s;
 }
 
-TEST(CurvedReformationSlab, MaximumMinimumAndTruncatedAverage) {
-    CurveScene s = DepthRamp();
-    ASSERT_TRUE(RenderCurvedReformation(s.Args(10, 2.0f)));
-    EXPECT_EQ(s.Value(1, 1), 2);
-    ASSERT_TRUE(RenderCurvedReformation(s.Args(11, 2.0f)));
-    EXPECT_EQ(s.Value(1, 1), 1);
-    ASSERT_TRUE(RenderCurvedReformation(s.Args(12, 2.0f)));
-    EXPECT_EQ(s.Value(1, 1), 1);  // 1.5 truncated
-    EXPECT_EQ(ByteOf(s.Pixel(1, 1), 3), 255u);
-}
-
-TEST(CurvedReformationSlab, LayersOutsideTheVolumeCountAsZero) {
-    CurveScene s = DepthRamp();
-    s.StraightAlongX({1, 0.0f, 3}, 4);  // layers at y = -0.5 (outside) and 0.5 (sample 1.5)
-    ASSERT_TRUE(RenderCurvedReformation(s.Args(11, 2.0f)));
-    EXPECT_EQ(s.Value(1, 1), 0);
-    EXPECT_EQ(ByteOf(s.Pixel(1, 1), 3), 255u);
-    ASSERT_TRUE(RenderCurvedReformation(s.Args(10, 2.0f)));
-    EXPECT_EQ(s.Value(1, 1), 2);
-    ASSERT_TRUE(RenderCurvedReformation(s.Args(12, 2.0f)));
-    EXPECT_EQ(s.Value(1, 1), 0);  // (0 + 1.5) / 2 truncated
-}
-
-TEST(CurvedReformationSlab, ClippedLayersDoNotCount) {
-    CurveScene s = DepthRamp();
-    CurvedReformationArgs a = s.Args(11, 2.0f);
-    a.clip.clipPlane = true;
-    a.clip.planePoint = {0, 0.5f, 0};
-    a.clip.planeNormal = {0, -1, 0};  // y < 0.5 is clipped: the layer at y = 0 goes
-    ASSERT_TRUE(RenderCurvedReformation(a));
-    EXPECT_EQ(s.Value(1, 1), 2);
-    a.projectionCode = 12;
-    ASSERT_TRUE(RenderCurvedReformation(a));
-    EXPECT_EQ(s.Value(1, 1), 2);
-    // Every layer clipped: the minimum has nothing and ends at 0, uncovered.
-    a.clip.planePoint = {0, 100, 0};
-    a.projectionCode = 11;
-    ASSERT_TRUE(RenderCurvedReformation(a));
-    EXPECT_EQ(s.Value(1, 1), 0);
-    EXPECT_EQ(ByteOf(s.Pixel(1, 1), 3), 0u);
+TEST(CurvedReformationSlab, ReductionsCountOutsideLayersAsZeroAndSkipClippedOnes) {
+    struct Case {
+        const char* name;
+        float y;      // layers at y - 0.5 and y + 0.5
+        float clipY;  // layers below it are clipped (none when negative)
+        int code, expected;
+        bool covered;
+    } cases[] = {
+        {"samples 1, 2", 0.5f, -1, 10, 2, true},     {"samples 1, 2", 0.5f, -1, 11, 1, true},
+        {"samples 1, 2", 0.5f, -1, 12, 1, true},  // 1.5 truncated
+        {"outside, 1.5", 0.0f, -1, 11, 0, true},     {"outside, 1.5", 0.0f, -1, 10, 2, true},
+        {"outside, 1.5", 0.0f, -1, 12, 0, true},  // (0 + 1.5) / 2 truncated
+        {"first clipped", 0.5f, 0.5f, 11, 2, true},  {"first clipped", 0.5f, 0.5f, 12, 2, true},
+        {"all clipped", 0.5f, 100.0f, 11, 0, false},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(testing::Message() << k.name << ", code " << k.code);
+        CurveScene s = DepthRamp(k.y);
+        CurvedReformationArgs a = s.Args(k.code, 2.0f);
+        a.clip.clipPlane = k.clipY >= 0;
+        a.clip.planePoint = {0, k.clipY, 0};
+        a.clip.planeNormal = {0, -1, 0};
+        ASSERT_TRUE(RenderCurvedReformation(a));
+        EXPECT_EQ(s.Value(1, 1), k.expected);
+        EXPECT_EQ(ByteOf(s.Pixel(1, 1), 3), k.covered ? 255u : 0u);
+    }
 }
 
 TEST(CurvedReformationSlab, LayerCountFollowsThicknessOverStep) {
-    CurveScene s = DepthRamp();
+    const CurveScene s = DepthRamp();  // the arguments point into its centre line
     CurvedReformationArgs a = s.Args(10, 20.0f);
     a.layerStep = 0.4f;
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
     EXPECT_EQ(g.lastLayer, 49);
     EXPECT_NEAR(g.slabSpan, 19.6f, 1e-4f);
     a.layerStep = 0.0f;
-    g = zrvolume::MakeCurvedSectionGeometry(a);
-    EXPECT_EQ(g.lastLayer, 0);
+    EXPECT_EQ(zrvolume::MakeCurvedSectionGeometry(a).lastLayer, 0);
 }
 
-TEST(CurvedReformationSinglePlane, ClippedPixelsKeepTheirContent) {
-    CurveScene s;
-    s.volume = VolumeFrom({10, 10, 10}, [](int, int, int k) { return 10 * k + 100; });
-    s.image = TargetImage(4, 5);
+TEST(CurvedReformationSinglePlane, ClippedPixelsKeepTheirContentAndOutsidePixelsLoseCoverage) {
+    CurveScene s({10, 10, 10}, kRampZ, {4, 5});
     s.StraightAlongX({2, 5, 5}, 4);
     CurvedReformationArgs a = s.Args();
     a.clip.clipPlane = true;
     a.clip.planePoint = {0, 0, 5.5f};
     a.clip.planeNormal = {0, 0, 1};  // rows above z = 5.5 are clipped
     ASSERT_TRUE(RenderCurvedReformation(a));
-    EXPECT_EQ(s.Value(1, 0), kUntouchedValue);
-    EXPECT_EQ(s.Pixel(1, 0), kUntouchedPixel);
+    EXPECT_TRUE(s.Untouched(1, 0));
     EXPECT_EQ(s.Value(1, 2), 150);
     EXPECT_EQ(s.Value(1, 4), 130);
-}
 
-TEST(CurvedReformationSinglePlane, OutsideTheVolumeIsWrittenWithoutCoverage) {
-    CurveScene s;
-    s.volume = VolumeFrom({6, 6, 6}, [](int, int, int) { return 40; });
-    s.image = TargetImage(3, 3);
-    s.StraightAlongX({-0.5f, 2, 2}, 3);  // column 0 at x = -0.5: outside
-    ASSERT_TRUE(RenderCurvedReformation(s.Args()));
-    EXPECT_EQ(s.Value(0, 1), 0);
-    EXPECT_EQ(ByteOf(s.Pixel(0, 1), 3), 0u);
-    s.StraightAlongX({-0.49f, 2, 2}, 3);  // inside, both x indices clamp to 0
-    ASSERT_TRUE(RenderCurvedReformation(s.Args()));
-    EXPECT_EQ(s.Value(0, 1), 40);
-    EXPECT_EQ(ByteOf(s.Pixel(0, 1), 3), 255u);
+    CurveScene o({6, 6, 6}, [](int, int, int) { return 40; });
+    o.StraightAlongX({-0.5f, 2, 2}, 3);  // column 0 at x = -0.5: outside
+    ASSERT_TRUE(RenderCurvedReformation(o.Args()));
+    EXPECT_EQ(o.Value(0, 1), 0);
+    EXPECT_EQ(ByteOf(o.Pixel(0, 1), 3), 0u);
+    o.StraightAlongX({-0.49f, 2, 2}, 3);  // inside, both x indices clamp to 0
+    ASSERT_TRUE(RenderCurvedReformation(o.Args()));
+    EXPECT_EQ(o.Value(0, 1), 40);
+    EXPECT_EQ(ByteOf(o.Pixel(0, 1), 3), 255u);
 }
-
-// ---- Dispatch ------------------------------------------------------------
 
 TEST(CurvedReformationDispatch, CodesAndThickness) {
     CurveScene s = DepthRamp();
@@ -310,8 +239,6 @@ TEST(CurvedReformationDispatch, CodesAndThickness) {
     a.height = 4;  // taller than the frame buffers
     EXPECT_FALSE(RenderCurvedReformation(a));
 }
-
-// ---- Properties ----------------------------------------------------------
 
 TEST(CurvedReformationProperties, StraightThinReformationMatchesThePlanarSlice) {
     CurveScene s;
@@ -331,20 +258,13 @@ TEST(CurvedReformationProperties, StraightThinReformationMatchesThePlanarSlice) 
     CurvedReformationArgs args = s.Args();
     args.planeHeight = 24.0f;
     ASSERT_TRUE(RenderCurvedReformation(args));
-    const std::vector<uint16_t> curved = ValueCopy(*s.image);
-    const std::vector<uint32_t> curvedColour = ColourCopy(*s.image);
 
     auto planar = TargetImage(width, height);
-    zrvolume::SlicePlane plane;
-    plane.width = width;
-    plane.height = height;
-    plane.corners[0] = a + 12.0f * up;
-    plane.corners[1] = b + 12.0f * up;
-    plane.corners[2] = a - 12.0f * up;
-    plane.corners[3] = b - 12.0f * up;
+    const auto plane = slicetest::PlaneFromCorners(a + 12.0f * up, b + 12.0f * up, a - 12.0f * up,
+                                                   b - 12.0f * up, width, height);
     ASSERT_TRUE(zrvolume::RenderOtfSlice(*s.volume, args.worldToVoxel, *planar, plane, {}, 1, 0, *s.table));
-    const std::vector<uint16_t> flat = ValueCopy(*planar);
-    const std::vector<uint32_t> flatColour = ColourCopy(*planar);
+    const auto curved = ValueCopy(*s.image), flat = ValueCopy(*planar);
+    const auto curvedColour = ColourCopy(*s.image), flatColour = ColourCopy(*planar);
     int inside = 0;
     for (int p = 0; p < width * height; ++p) {
         EXPECT_EQ(ByteOf(curvedColour[p], 3), ByteOf(flatColour[p], 3)) << p;
@@ -355,14 +275,14 @@ TEST(CurvedReformationProperties, StraightThinReformationMatchesThePlanarSlice) 
 }
 
 TEST(CurvedReformationProperties, ImagesAreIdenticalAtOneAndTwoThreads) {
-    CurveScene s;
-    s.volume = VolumeFrom({30, 30, 24}, [](int i, int j, int k) {
-        const float d = glm::length(glm::vec3(i - 14.5f, j - 14.5f, k - 11.5f));
-        return d < 11.0f ? 2500 - 150 * static_cast<int>(d) + (7 * i + 13 * j + 31 * k) % 17 : 0;
-    });
+    CurveScene s({30, 30, 24},
+                 [](int i, int j, int k) {
+                     const float d = glm::length(glm::vec3(i - 14.5f, j - 14.5f, k - 11.5f));
+                     return d < 11.0f ? 2500 - 150 * static_cast<int>(d) + (7 * i + 13 * j + 31 * k) % 17 : 0;
+                 },
+                 {48, 37});
     s.table = zrobjects::MakeTableObject({zrobjects::WindowTableEntries(1200.0, 2500.0, 4096)});
     s.volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(0.0f, 600.0f));
-    s.image = TargetImage(48, 37);
     const int n = 64;
     for (int i = 0; i < n; ++i) {
         const float t = -std::numbers::pi_v<float> + 2.0f * std::numbers::pi_v<float> * i / (n - 1);

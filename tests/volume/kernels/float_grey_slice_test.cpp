@@ -12,8 +12,6 @@ namespace {
 using namespace slicetest;
 using zrvolume::RenderFloatGreySlice;
 
-constexpr uint32_t kUntouched = 0x77777777u;
-
 uint32_t Grey(uint32_t g, bool inside = true) { return Bytes(g, g, g, inside ? 255 : 0); }
 
 // Renders a constant float volume at a voxel centre, where the sample is the
@@ -26,29 +24,40 @@ uint32_t RenderValue(float v, const std::vector<glm::dvec2>* curve, float centre
     return Colours(*image)[0];
 }
 
-TEST(FloatGreyCurve, InterpolatesAndNormalisesByTheEndPoints) {
-    const std::vector<glm::dvec2> curve = {{0, 0}, {100, 50}, {200, 100}};
-    EXPECT_EQ(RenderValue(150.0f, &curve), Grey(191));  // y = 75 of 0 ... 100
-    EXPECT_EQ(RenderValue(50.0f, &curve), Grey(63));    // y = 25
-    EXPECT_EQ(RenderValue(0.0f, &curve), Grey(0));      // at the first input
-    EXPECT_EQ(RenderValue(-7.0f, &curve), Grey(0));
-    EXPECT_EQ(RenderValue(200.0f, &curve), Grey(255));  // at the last input
-    EXPECT_EQ(RenderValue(1e6f, &curve), Grey(255));
+// Value and grey level with a curve or a window.
+struct GreyCase {
+    float value;
+    uint32_t grey;
+};
+
+TEST(FloatGreyCurve, InterpolatesAndNormalisesByTheFirstAndLastPoint) {
+    // Outputs run from the first point's (black) to the last point's (white),
+    // clamped beyond both; the middle point of the second curve lies at 3/4.
+    const std::vector<glm::dvec2> curve = {{0, 0}, {100, 50}, {200, 100}},
+                                  offset = {{10, 40}, {20, 55}, {30, 60}},
+                                  overshoot = {{0, 0}, {10, 300}, {20, 100}};
+    const std::pair<const std::vector<glm::dvec2>*, GreyCase> cases[] = {
+        {&curve, {150, 191}}, {&curve, {50, 63}},    {&curve, {0, 0}},     {&curve, {-7, 0}},
+        {&curve, {200, 255}}, {&curve, {1e6f, 255}}, {&offset, {20, 191}}, {&overshoot, {10, 255}}};
+    for (const auto& [c, k] : cases) EXPECT_EQ(RenderValue(k.value, c), Grey(k.grey)) << k.value;
 }
 
-TEST(FloatGreyCurve, OutputsAreRelativeToTheFirstAndLastPoint) {
-    // Outputs 40 ... 60 span the whole grey range; the middle point is at 3/4.
-    const std::vector<glm::dvec2> curve = {{10, 40}, {20, 55}, {30, 60}};
-    EXPECT_EQ(RenderValue(20.0f, &curve), Grey(191));
-    // An output above the last point's is clamped to it.
-    const std::vector<glm::dvec2> overshoot = {{0, 0}, {10, 300}, {20, 100}};
-    EXPECT_EQ(RenderValue(10.0f, &overshoot), Grey(255));
+TEST(FloatGreyWindow, MapsTheWindowLinearlyAndDegenerateWidthsByTheirEnds) {
+    // Window 100 +- 25: 25 x 5.1 at the centre. Zero width: above the centre is
+    // white. Negative width: lo = 110 and hi = 90 trade places; a value between
+    // them is not above lo but is above hi, and comes out white.
+    const std::pair<glm::vec2, GreyCase> cases[] = {
+        {{100, 50}, {75, 0}},      {{100, 50}, {100, 127}}, {{100, 50}, {124, 249}},  {{100, 50}, {130, 255}},
+        {{100, 0}, {100.5f, 255}}, {{100, 0}, {100, 0}},    {{100, -20}, {105, 255}}, {{100, -20}, {85, 0}}};
+    for (const auto& [window, k] : cases)
+        EXPECT_EQ(RenderValue(k.value, nullptr, window.x, window.y), Grey(k.grey))
+            << k.value << " in " << window.x << ", " << window.y;
 }
 
 TEST(FloatGreyCurve, EmptyCurveFailsBeforeDrawing) {
     auto volume = MakeVolumeFrom<float>({3, 3, 3}, [](int, int, int) { return 1.0f; });
     auto image = MakeImage(2, 2);
-    Fill(*image, kUntouched, 0);
+    Fill(*image);
     const std::vector<glm::dvec2> empty;
     try {
         RenderFloatGreySlice(*volume, IdentityRecord(), *image, LinePlane({1, 1, 1}, {1, 1, 1}, 2), nullptr, 0, &empty,
@@ -60,27 +69,10 @@ TEST(FloatGreyCurve, EmptyCurveFailsBeforeDrawing) {
     EXPECT_EQ(Colours(*image)[0], kUntouched);
 }
 
-TEST(FloatGreyWindow, MapsTheWindowLinearly) {
-    EXPECT_EQ(RenderValue(75.0f, nullptr, 100.0f, 50.0f), Grey(0));
-    EXPECT_EQ(RenderValue(100.0f, nullptr, 100.0f, 50.0f), Grey(127));  // 25 x 5.1
-    EXPECT_EQ(RenderValue(124.0f, nullptr, 100.0f, 50.0f), Grey(249));
-    EXPECT_EQ(RenderValue(130.0f, nullptr, 100.0f, 50.0f), Grey(255));
-}
-
-TEST(FloatGreyWindow, DegenerateWidths) {
-    // Zero width: anything above the centre is white, the rest black.
-    EXPECT_EQ(RenderValue(100.5f, nullptr, 100.0f, 0.0f), Grey(255));
-    EXPECT_EQ(RenderValue(100.0f, nullptr, 100.0f, 0.0f), Grey(0));
-    // Negative width: lo = 110 and hi = 90 trade places; a value between them
-    // is not above lo but is above hi, and comes out white.
-    EXPECT_EQ(RenderValue(105.0f, nullptr, 100.0f, -20.0f), Grey(255));
-    EXPECT_EQ(RenderValue(85.0f, nullptr, 100.0f, -20.0f), Grey(0));
-}
-
 TEST(FloatGreySlice, OutsidePixelsMapZeroAndHaveNoCoverage) {
     auto volume = MakeVolumeFrom<float>({3, 3, 3}, [](int, int, int) { return 1000.0f; });
     auto image = MakeImage(4, 2);
-    Fill(*image, kUntouched, 0);
+    Fill(*image);
     // x = -2 ... 1: two pixels outside. Window -100 +- 25: 0 lies above it.
     ASSERT_TRUE(RenderFloatGreySlice(*volume, IdentityRecord(), *image, LinePlane({-2, 1, 1}, {1, 1, 1}, 4), nullptr, 0,
                                      nullptr, -100.0f, 50.0f));
@@ -108,7 +100,7 @@ TEST(FloatGreySlice, SamplesTheRampTrilinearlyAndClampsAtTheFaces) {
 TEST(FloatGreySlice, IdenticalAtOneAndTwoThreads) {
     auto volume = MakeVolumeFrom<float>({19, 16, 9}, [](int i, int j, int k) { return std::sin(0.3 * i + 0.2 * j) * 100.0 + k; });
     auto image = MakeImage(31, 27);
-    const auto plane = PlaneFromCorners({-1, 0.3f, 0.2f}, {18.5f, 3, 8.1f}, {0.5f, 15, 1}, {20, 17, 9}, 31, 27);
+    const auto plane = ObliquePlane(31, 27);
     const std::vector<glm::dvec2> curve = {{-100, 0}, {-20, 30}, {40, 35}, {110, 90}};
     for (const auto* c : {static_cast<const std::vector<glm::dvec2>*>(nullptr), &curve}) {
         auto [one, two] = RenderAtOneAndTwoThreads(*image, [&] {

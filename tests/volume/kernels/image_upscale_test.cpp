@@ -116,62 +116,47 @@ TEST(ImageUpscale, ValuesAreInterpolatedLikeTheColour) {
 
 int ExpectedByte(double x) { return static_cast<int>(x * 255.0); }
 
+// One sample merged into one destination pixel with weight 0.25; returns the
+// destination and its value.
+std::pair<uint32_t, uint16_t> MergeOne(uint32_t sample, uint32_t destination, const float* mask) {
+    Buffers b(8, 4);
+    ImageUpscaleArgs a = b.Args();
+    a.x1 = 1;
+    a.rowCount = 1;
+    a.sx = a.sy = 1.0f;
+    a.weight = 0.25f;
+    a.mask = mask;
+    b.sourceValues[0] = 1234;
+    b.Source(0, 0) = sample;
+    b.destination[0] = destination;
+    zrvolume::UpscaleAndMergeImage(a);
+    return {b.destination[0], b.destinationValues[0]};
+}
+
 void ExpectBytesNear(uint32_t actual, int b0, int b1, int b2, int b3) {
     const int expected[4] = {b0, b1, b2, b3};
     for (int i = 0; i < 4; ++i) EXPECT_LE(std::abs(static_cast<int>(ByteOf(actual, i)) - expected[i]), 1) << i;
 }
 
-struct MergeCase : ::testing::Test {
-    Buffers b{8, 4};
-    ImageUpscaleArgs a;
-    void SetUp() override {
-        a = b.Args();
-        a.x1 = 1;
-        a.rowCount = 1;
-        a.sx = 1.0f;
-        a.sy = 1.0f;
-        a.weight = 0.25f;
-        a.mask = b.mask.data();
-        b.sourceValues[0] = 1234;
-    }
-};
-
-TEST_F(MergeCase, ClearSampleLeavesTheDestination) {
-    b.Source(0, 0) = Pack(200, 0, 255, 0);
-    b.destination[0] = Pack(1, 2, 3, 4);
-    zrvolume::UpscaleAndMergeImage(a);
-    EXPECT_EQ(b.destination[0], Pack(1, 2, 3, 4));
-    EXPECT_EQ(b.destinationValues[0], 0x7777);
+TEST(ImageUpscaleAndMerge, ClearSamplesLeaveTheDestinationAndClearDestinationsReceiveTheSample) {
+    const float unmasked = 0.0f;
+    EXPECT_EQ(MergeOne(Pack(200, 0, 255, 0), Pack(1, 2, 3, 4), &unmasked),
+              std::make_pair(Pack(1, 2, 3, 4), uint16_t{0x7777}));
+    const auto [pixel, value] = MergeOne(Pack(200, 0, 255, 128), Pack(9, 9, 9, 0), &unmasked);
+    ExpectBytesNear(pixel, 200, 0, 255, 128);
+    EXPECT_EQ(value, 1234);
 }
 
-TEST_F(MergeCase, ClearDestinationReceivesTheSample) {
-    b.Source(0, 0) = Pack(200, 0, 255, 128);
-    b.destination[0] = Pack(9, 9, 9, 0);
-    zrvolume::UpscaleAndMergeImage(a);
-    ExpectBytesNear(b.destination[0], 200, 0, 255, 128);
-    EXPECT_EQ(b.destinationValues[0], 1234);
-}
-
-TEST_F(MergeCase, WithoutMaskTheExistingContentLiesOverTheSample) {
-    b.Source(0, 0) = Pack(200, 0, 255, 255);
-    b.destination[0] = Pack(100, 50, 0, 128);
+TEST(ImageUpscaleAndMerge, TheExistingContentLiesOverTheSampleUnlessMaskedThenTheWeightMixes) {
+    const float unmasked = 0.0f, masked = 1.0f;
     const double dA = 128 / 255.0;
-    for (const float* mask : {static_cast<const float*>(b.mask.data()), static_cast<const float*>(nullptr)}) {
-        b.destination[0] = Pack(100, 50, 0, 128);
-        a.mask = mask;
-        zrvolume::UpscaleAndMergeImage(a);
-        ExpectBytesNear(b.destination[0], ExpectedByte(dA * 100 / 255 + (1 - dA) * 200 / 255.0),
-                        ExpectedByte(dA * 50 / 255), ExpectedByte((1 - dA) * 255 / 255.0), 255);
-    }
-}
-
-TEST_F(MergeCase, MaskedPixelsMixWithTheConstantWeight) {
-    b.Source(0, 0) = Pack(200, 0, 255, 255);
-    b.destination[0] = Pack(100, 50, 0, 128);
-    b.mask[0] = 1.0f;
-    zrvolume::UpscaleAndMergeImage(a);
-    ExpectBytesNear(b.destination[0], ExpectedByte((0.75 * 100 + 0.25 * 200) / 255),
-                    ExpectedByte(0.75 * 50 / 255), ExpectedByte(0.25 * 255 / 255), 255);
+    for (const float* mask : {&unmasked, static_cast<const float*>(nullptr)})
+        ExpectBytesNear(MergeOne(Pack(200, 0, 255, 255), Pack(100, 50, 0, 128), mask).first,
+                        ExpectedByte(dA * 100 / 255 + (1 - dA) * 200 / 255.0), ExpectedByte(dA * 50 / 255),
+                        ExpectedByte((1 - dA) * 255 / 255.0), 255);
+    ExpectBytesNear(MergeOne(Pack(200, 0, 255, 255), Pack(100, 50, 0, 128), &masked).first,
+                    ExpectedByte((0.75 * 100 + 0.25 * 200) / 255), ExpectedByte(0.75 * 50 / 255),
+                    ExpectedByte(0.25 * 255 / 255), 255);
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 #include "volume/kernels/iso_contour.h"
 
+#include <gtest/gtest.h>
+
+#include <array>
 #include <cmath>
 #include <set>
+#include <tuple>
+#include <type_traits>
 #include <utility>
-
-#include <gtest/gtest.h>
 
 #include "tests/volume/kernels/slice_fixtures.h"
 
@@ -15,7 +18,7 @@ using zrvolume::DrawIsoContourLines;
 using zrvolume::DrawLineDDA;
 
 constexpr uint32_t kLine = 0xff00ff00u;
-constexpr uint32_t kBlank = 0x77777777u;
+constexpr uint32_t kBlank = kUntouched;
 
 using Segment = std::pair<glm::dvec2, glm::dvec2>;
 
@@ -90,35 +93,23 @@ TYPED_TEST(IsoContourTyped, MarchingSquaresCasesIncludingSaddles) {
 }
 
 // Low and high voxel values and an iso argument that only separates them after
-// narrowing to the voxel type.
+// narrowing to the voxel type: 300 acts as 44 for unsigned char, 200 as -56 for
+// char, 40000 as -25536 for short and unchanged for unsigned short.
 template <class T>
-struct Narrowing;
-template <>
-struct Narrowing<unsigned char> {
-    static constexpr int low = 40, high = 50, iso = 300;  // acts as 44
-};
-template <>
-struct Narrowing<char> {
-    static constexpr int low = -60, high = -50, iso = 200;  // acts as -56
-};
-template <>
-struct Narrowing<short> {
-    static constexpr int low = -30000, high = -20000, iso = 40000;  // acts as -25536
-};
-template <>
-struct Narrowing<unsigned short> {
-    static constexpr int low = 30000, high = 50000, iso = 40000;  // unchanged
-};
+constexpr std::array<int, 3> kNarrowing = std::is_same_v<T, unsigned char> ? std::array{40, 50, 300}
+                                          : std::is_same_v<T, char>        ? std::array{-60, -50, 200}
+                                          : std::is_same_v<T, short>       ? std::array{-30000, -20000, 40000}
+                                                                           : std::array{30000, 50000, 40000};
 
 TYPED_TEST(IsoContourTyped, IsoValueIsNarrowedToTheVoxelType) {
-    using N = Narrowing<TypeParam>;
-    ContourScene<TypeParam> scene({2, 2}, [](int i, int j) { return i + j == 0 ? N::low : N::high; });
+    const auto [low, high, iso] = kNarrowing<TypeParam>;
+    ContourScene<TypeParam> scene({2, 2}, [&](int i, int j) { return i + j == 0 ? low : high; });
     std::vector<double> list;
-    ASSERT_TRUE(scene.Run(N::iso, &list));
+    ASSERT_TRUE(scene.Run(static_cast<uint16_t>(iso), &list));
     // Read without narrowing, every corner would lie below the value and no
     // line would appear.
     ASSERT_EQ(list.size(), 4u);
-    const double t = (N::low - static_cast<double>(static_cast<TypeParam>(N::iso))) / (N::low - N::high);
+    const double t = (low - static_cast<double>(static_cast<TypeParam>(iso))) / (low - high);
     EXPECT_TRUE(Near(Segments(list)[0].first, {t, 0}));
     EXPECT_TRUE(Near(Segments(list)[0].second, {0, t}));
 }
@@ -139,7 +130,7 @@ TYPED_TEST(IsoContourTyped, CornersAtTheIsoValueCountAsNotBelow) {
 TEST(IsoContour, SpikeGivesADiamondAndTheListIsAppended) {
     ContourScene<unsigned short> scene({7, 7}, [](int i, int j) { return i == 3 && j == 3 ? 100 : 0; });
     std::vector<double> list = {-1.0, -2.0};
-    Fill(*scene.image, kBlank, 0);
+    Fill(*scene.image);
     ASSERT_TRUE(scene.Run(50, &list));
     EXPECT_EQ(list[0], -1.0);
     EXPECT_EQ(list[1], -2.0);
@@ -164,29 +155,22 @@ TEST(IsoContour, DrawingPlotsTheListedSegments) {
     std::vector<uint32_t> expected(12 * 10, kBlank);
     for (const Segment& s : Segments(list))
         DrawLineDDA(glm::vec2(s.first), glm::vec2(s.second), kLine, expected.data(), 12, 10);
-    Fill(*scene.image, kBlank, 0);
+    Fill(*scene.image);
     ASSERT_TRUE(scene.Run(10, nullptr));
     EXPECT_EQ(ColourCopy(*scene.image), expected);
 }
 
-TEST(IsoContour, PlaneShorterThanAVoxelGivesNoLines) {
-    ContourScene<unsigned char> scene({4, 4}, [](int i, int) { return i * 30; });
-    scene.plane = PlaneFromCorners({0, 0, 1}, {3, 0, 1}, {0, 0.5f, 1}, {3, 0.5f, 1}, 4, 4);
+TEST(IsoContour, APlaneShorterThanAVoxelOrAFloatVolumeGivesNoLinesAndDrawsNothing) {
+    ContourScene<unsigned char> flat({4, 4}, [](int i, int) { return i * 30; });
+    flat.plane = PlaneFromCorners({0, 0, 1}, {3, 0, 1}, {0, 0.5f, 1}, {3, 0.5f, 1}, 4, 4);
+    ContourScene<float> floats({4, 4}, [](int i, int) { return i * 30; });
+    Fill(*floats.image);
     std::vector<double> list;
-    EXPECT_TRUE(scene.Run(45, &list));
+    EXPECT_TRUE(flat.Run(45, &list));
+    EXPECT_TRUE(floats.Run(45, &list));
+    EXPECT_TRUE(floats.Run(45, nullptr));
     EXPECT_TRUE(list.empty());
-}
-
-TEST(IsoContour, UnsupportedVoxelTypeSucceedsWithoutLines) {
-    auto volume = MakeVolumeFrom<float>({4, 4, 3}, [](int i, int, int) { return i * 30.0f; });
-    auto image = MakeImage(4, 4, 1.0);
-    Fill(*image, kBlank, 0);
-    const auto plane = PlaneFromCorners({0, 0, 1}, {3, 0, 1}, {0, 3, 1}, {3, 3, 1}, 4, 4);
-    std::vector<double> list;
-    EXPECT_TRUE(DrawIsoContourLines(*volume, IdentityRecord(), IdentityRecord(), *image, plane, 0, 45, kLine, &list));
-    EXPECT_TRUE(DrawIsoContourLines(*volume, IdentityRecord(), IdentityRecord(), *image, plane, 0, 45, kLine, nullptr));
-    EXPECT_TRUE(list.empty());
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(Colours(*image)[i], kBlank);
+    EXPECT_EQ(ColourCopy(*floats.image), std::vector<uint32_t>(16, kBlank));
 }
 
 // The contour of a sphere on an oblique section, with anisotropic voxels: every
@@ -247,23 +231,20 @@ protected:
     }
 };
 
-TEST_F(LineDDA, HorizontalAndDiagonalLines) {
-    Draw({1.2f, 2.4f}, {5.4f, 2.4f});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{1, 2}, {2, 2}, {3, 2}, {4, 2}, {5, 2}}));
-    storage.assign(storage.size(), kBlank);
-    Draw({0, 0}, {3, 3});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{0, 0}, {1, 1}, {2, 2}, {3, 3}}));
-}
-
-TEST_F(LineDDA, StepsStartFromTheUnroundedEnd) {
-    // Four steps along y of a quarter pixel in x from x = 1.
-    Draw({1, 0}, {2, 4});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{1, 0}, {1, 1}, {2, 2}, {2, 3}, {2, 4}}));
-}
-
-TEST_F(LineDDA, EndsRoundingToOnePixelPlotThatPixel) {
-    Draw({2.2f, 2.3f}, {2.4f, 1.9f});
-    EXPECT_EQ(Plotted(), (std::set<std::pair<int, int>>{{2, 2}}));
+// Steps start from the unrounded end (a quarter pixel in x per step from x =
+// 1), and ends rounding to one pixel plot that pixel.
+TEST_F(LineDDA, PlotsOnePixelPerStepAlongTheLongerAxis) {
+    using Pixels = std::set<std::pair<int, int>>;
+    const std::tuple<glm::vec2, glm::vec2, Pixels> cases[] = {
+        {{1.2f, 2.4f}, {5.4f, 2.4f}, {{1, 2}, {2, 2}, {3, 2}, {4, 2}, {5, 2}}},
+        {{0, 0}, {3, 3}, {{0, 0}, {1, 1}, {2, 2}, {3, 3}}},
+        {{1, 0}, {2, 4}, {{1, 0}, {1, 1}, {2, 2}, {2, 3}, {2, 4}}},
+        {{2.2f, 2.3f}, {2.4f, 1.9f}, {{2, 2}}}};
+    for (const auto& [a, b, expected] : cases) {
+        storage.assign(storage.size(), kBlank);
+        Draw(a, b);
+        EXPECT_EQ(Plotted(), expected) << a.x << "," << a.y << " to " << b.x << "," << b.y;
+    }
 }
 
 TEST_F(LineDDA, PixelsOffTheBufferAreSkippedOneByOne) {

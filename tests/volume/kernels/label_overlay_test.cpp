@@ -93,33 +93,37 @@ TYPED_TEST(LabelOverlayTyped, IdenticalAtOneAndTwoThreads) {
     auto table = MakeExactTable(1, 65536, [](int, int t) { return Entry((t * 40) & 0xff, 90, 200, t == 0 ? 0 : 255); });
     auto image = MakeImage(31, 27);
     for (int i = 0; i < 31 * 27; ++i) Colours(*image)[i] = static_cast<uint32_t>(i) * 2654435761u;
-    const auto plane = PlaneFromCorners({-1, 0.3f, 0.2f}, {18.5f, 3, 8.1f}, {0.5f, 15, 1}, {20, 17, 9}, 31, 27);
-    auto [one, two] = RenderAtOneAndTwoThreads(
-        *image, [&] { RenderLabelOverlaySlice(*volume, IdentityRecord(), *image, plane, {}, 0, *table); });
+    auto [one, two] = RenderAtOneAndTwoThreads(*image, [&] {
+        RenderLabelOverlaySlice(*volume, IdentityRecord(), *image, ObliquePlane(31, 27), {}, 0, *table);
+    });
     EXPECT_EQ(one, two);
 }
 
-TEST(LabelOverlay, EntryChannelTwoMeetsOldByteTwoInByteZero) {
-    auto volume = MakeVolumeFrom<unsigned char>({2, 2, 2}, [](int, int, int) { return 4; });
-    auto table = MakeExactTable(1, 65536, [](int, int t) { return t == 4 ? Entry(0, 0, 255, 200) : 0; });
+// The pixel at the corner of a constant label volume over an image of kOld.
+template <class T>
+uint32_t RenderConstant(T label, int counted, const std::function<uint32_t(int, int)>& entry) {
+    auto volume = MakeVolumeFrom<T>({2, 2, 2}, [&](int, int, int) { return label; });
+    auto table = MakeExactTable(1, counted, entry);
     auto image = MakeImage(2, 2);
     Fill(*image, kOld, 0);
-    ASSERT_TRUE(RenderLabelOverlaySlice(*volume, IdentityRecord(), *image, LinePlane({0, 0, 0}, {1, 0, 0}, 2), {}, 0,
-                                        *table));
-    EXPECT_EQ(Colours(*image)[0], Bytes(74, 16, 8, 255));
-    EXPECT_EQ(Colours(*image)[1], Bytes(74, 16, 8, 255));
+    EXPECT_TRUE(RenderLabelOverlaySlice(*volume, IdentityRecord(), *image, LinePlane({0, 0, 0}, {1, 0, 0}, 2),
+                                        {}, 0, *table));
+    EXPECT_EQ(Colours(*image)[1], Colours(*image)[0]);
+    return Colours(*image)[0];
+}
+
+TEST(LabelOverlay, EntryChannelTwoMeetsOldByteTwoInByteZero) {
+    EXPECT_EQ(RenderConstant<unsigned char>(4, 65536,
+                                            [](int, int t) { return t == 4 ? Entry(0, 0, 255, 200) : 0; }),
+              Bytes(74, 16, 8, 255));
 }
 
 TEST(LabelOverlay, ScalesByTheFactorBeforeTheRowLength) {
     // For label 49468 and 3000 counted entries the two multiplication orders
     // pick neighbouring entries: factor first gives 2264, length first 2265.
-    auto volume = MakeVolumeFrom<unsigned short>({2, 2, 2}, [](int, int, int) { return 49468; });
-    auto table = MakeExactTable(1, 3000, [](int, int t) { return t == 2264 ? Entry(255, 255, 255, 255) : 0; });
-    auto image = MakeImage(2, 2);
-    Fill(*image, kOld, 0);
-    ASSERT_TRUE(RenderLabelOverlaySlice(*volume, IdentityRecord(), *image, LinePlane({0, 0, 0}, {1, 0, 0}, 2), {}, 0,
-                                        *table));
-    EXPECT_EQ(Colours(*image)[0], TintedOld(255, 255, 255));
+    EXPECT_EQ(RenderConstant<unsigned short>(
+                  49468, 3000, [](int, int t) { return t == 2264 ? Entry(255, 255, 255, 255) : 0; }),
+              TintedOld(255, 255, 255));
 }
 
 TEST(LabelOverlay, OutsideAndClippedPixelsAreLeftAlone) {
@@ -127,13 +131,9 @@ TEST(LabelOverlay, OutsideAndClippedPixelsAreLeftAlone) {
     auto table = MakeExactTable(1, 65536, [](int, int t) { return OverlayEntry(t); });
     auto image = MakeImage(6, 2);
     Fill(*image, kOld, 0);
-    zrvolume::SliceClipState clip;
-    clip.clipPlane = true;
-    clip.planePoint = {1.5f, 0, 0};
-    clip.planeNormal = {1, 0, 0};
     // x = -2 ... 3: -2 and -1 outside, 2 beyond the clip plane, 3 both.
-    ASSERT_TRUE(RenderLabelOverlaySlice(*volume, IdentityRecord(), *image, LinePlane({-2, 0, 0}, {3, 0, 0}, 6), clip,
-                                        0, *table));
+    ASSERT_TRUE(RenderLabelOverlaySlice(*volume, IdentityRecord(), *image,
+                                        LinePlane({-2, 0, 0}, {3, 0, 0}, 6), ClipBeyondX(1.5f), 0, *table));
     const uint32_t tinted = TintedOld(255, 255, 255);
     const uint32_t expected[6] = {kOld, kOld, tinted, tinted, kOld, kOld};
     for (int x = 0; x < 6; ++x) EXPECT_EQ(Colours(*image)[x], expected[x]) << x;

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "bench/reference_kernels.h"
-#include "slice_fixtures.h"
 #include "host/zr_camera.h"
+#include "thick_fixtures.h"
 #include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/iso_contour.h"
 #include "volume/kernels/otf_slice.h"
@@ -98,51 +98,42 @@ template <class T>
 class LaneIdentityTest : public ::testing::Test {};
 TYPED_TEST_SUITE(LaneIdentityTest, slicetest::IntegerVoxelTypes);
 
+// An oblique plane leaving the grid across every face, with either channel
+// order, and a plane inside it cut by a clip plane.
 TYPED_TEST(LaneIdentityTest, OtfSliceMatchesScalarForm) {
     using T = TypeParam;
     auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
-    auto table = DistinctTable(300);
     auto image = slicetest::MakeImage(kWidth, kHeight);
-    // Oblique, leaving the grid across every face.
-    const zrvolume::SlicePlane plane = slicetest::PlaneFromCorners(
-        {-2.3f, -1.7f, -1.2f}, {39.1f, 3.4f, 11.9f}, {1.6f, 31.2f, 13.3f}, {38.4f, 30.1f, 24.6f}, kWidth, kHeight);
-    const zrvolume::Matrix16 planeToVoxel = slicetest::IdentityRecord();
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
-    glm::vec3 corners[4];
-    for (int k = 0; k < 4; ++k) corners[k] = zrvolume::TransformPointDouble(planeToVoxel, plane.corners[k]);
-
-    for (bool channelSwitch : {false, true}) {
-        ChannelSwitch order(zrvolume::ChannelOrderFamily::OtfSlice, channelSwitch);
-        const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
-            zrreference::OtfSlice(grid, corners, kWidth, kHeight, TableRow(*table), 300.0f, channelSwitch, {}, out);
-        });
-        ExpectSameOnEveryPath(*image, expected, [&] {
-            ASSERT_TRUE(zrvolume::RenderOtfSlice(*volume, planeToVoxel, *image, plane, {}, 0, 0, *table));
-        });
-    }
-}
-
-TYPED_TEST(LaneIdentityTest, OtfSliceWithClipPlaneMatchesScalarForm) {
-    using T = TypeParam;
-    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
-    auto table = DistinctTable(4096);
-    auto image = slicetest::MakeImage(kWidth, kHeight);
-    const zrvolume::SlicePlane plane = slicetest::PlaneFromCorners(
-        {0.2f, 0.1f, 3.5f}, {36.0f, 2.0f, 8.0f}, {0.5f, 28.0f, 12.0f}, {35.5f, 27.5f, 20.0f}, kWidth, kHeight);
     zrvolume::SliceClipState clip;
     clip.clipPlane = true;
     clip.planePoint = glm::vec3(18.0f, 14.0f, 11.0f);
     clip.planeNormal = glm::vec3(0.6f, -0.8f, 0.0f);
-    const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
-    glm::vec3 corners[4];
-    for (int k = 0; k < 4; ++k) corners[k] = plane.corners[k];
-
-    const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
-        zrreference::OtfSlice(grid, corners, kWidth, kHeight, TableRow(*table), 4096.0f, false, clip, out);
-    });
-    ExpectSameOnEveryPath(*image, expected, [&] {
-        ASSERT_TRUE(zrvolume::RenderOtfSlice(*volume, slicetest::IdentityRecord(), *image, plane, clip, 0, 0, *table));
-    });
+    const auto oblique =
+        slicetest::PlaneFromCorners({-2.3f, -1.7f, -1.2f}, {39.1f, 3.4f, 11.9f}, {1.6f, 31.2f, 13.3f},
+                                    {38.4f, 30.1f, 24.6f}, kWidth, kHeight);
+    const auto inside =
+        slicetest::PlaneFromCorners({0.2f, 0.1f, 3.5f}, {36.0f, 2.0f, 8.0f}, {0.5f, 28.0f, 12.0f},
+                                    {35.5f, 27.5f, 20.0f}, kWidth, kHeight);
+    const struct {
+        zrvolume::SlicePlane plane;
+        int counted;
+        bool channelSwitch;
+        zrvolume::SliceClipState clip;
+    } cases[] = {{oblique, 300, false, {}}, {oblique, 300, true, {}}, {inside, 4096, false, clip}};
+    for (const auto& k : cases) {
+        SCOPED_TRACE(testing::Message() << k.counted << " entries, switch " << k.channelSwitch);
+        auto table = DistinctTable(k.counted);
+        ChannelSwitch order(zrvolume::ChannelOrderFamily::OtfSlice, k.channelSwitch);
+        const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
+            zrreference::OtfSlice(grid, k.plane.corners, kWidth, kHeight, TableRow(*table),
+                                  static_cast<float>(k.counted), k.channelSwitch, k.clip, out);
+        });
+        ExpectSameOnEveryPath(*image, expected, [&] {
+            ASSERT_TRUE(zrvolume::RenderOtfSlice(*volume, slicetest::IdentityRecord(), *image, k.plane,
+                                                 k.clip, 0, 0, *table));
+        });
+    }
 }
 
 TYPED_TEST(LaneIdentityTest, SlabReductionsMatchScalarForm) {
@@ -158,19 +149,10 @@ TYPED_TEST(LaneIdentityTest, SlabReductionsMatchScalarForm) {
     geometry.layerStep = {0.31f, -0.47f, 1.13f};
     geometry.layerCount = 19;
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
-
     for (int code : {10, 11, 12}) {
         SCOPED_TRACE("projection code " + std::to_string(code));
-        zrvolume::SlabProjectionArgs args;
-        args.volume = volume.get();
-        args.tableOwner = table.get();
-        args.image = image.get();
+        zrvolume::SlabProjectionArgs args = thicktest::SlabArgs(*volume, *table, *image, geometry, code);
         args.colourIndex = 0;
-        args.valueIndex = 0;
-        args.width = kWidth;
-        args.height = kHeight;
-        args.geometry = geometry;
-        args.projectionCode = code;
         const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
             zrreference::SlabProjection(grid, geometry, code, kWidth, kHeight, TableRow(*table), false, {}, out);
         });
@@ -191,31 +173,24 @@ TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
         tangents.emplace_back(21.0f * std::cos(t), -12.0f * std::sin(t), 4.0f);
         ups.emplace_back(0.1f * t, 0.2f, 1.0f);
     }
-    zrvolume::CurvedReformationArgs args;
-    args.volume = volume.get();
-    args.tableOwner = table.get();
-    args.image = image.get();
+    zrvolume::CurvedReformationArgs args =
+        thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
     args.colourIndex = 0;
-    args.valueIndex = 0;
-    args.width = kWidth;
-    args.height = kHeight;
-    args.curvePoints = points.data();
-    args.upVectors = ups.data();
-    args.tangents = tangents.data();
-    args.curveCount = static_cast<int>(points.size());
     args.planeHeight = 30.0f;
     args.halfThickness = 1.5f;
     const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(args);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
-    // An affine record (the lanes skip the division by w) and a projective one.
-    zrvolume::Matrix16 projective = slicetest::IdentityRecord();
+    // The fixture's affine record (the lanes skip the division by w) and a
+    // projective one.
+    const zrvolume::Matrix16 affine = args.worldToVoxel;
+    zrvolume::Matrix16 projective = affine;
     projective.m[12] = 0.004f;
     projective.m[13] = -0.003f;
     projective.m[15] = 0.97f;
 
     for (int pass = 0; pass < 3; ++pass) {
         args.rightSide = pass == 1;
-        args.worldToVoxel = pass == 2 ? projective : slicetest::IdentityRecord();
+        args.worldToVoxel = pass == 2 ? projective : affine;
         SCOPED_TRACE("pass " + std::to_string(pass));
         const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
             zrreference::CurvedThin(grid, args, geometry, TableRow(*table), 1000.0f, false, out);

@@ -11,9 +11,6 @@ namespace {
 using namespace slicetest;
 using zrvolume::RenderMaskedOtfSlice;
 
-constexpr uint32_t kUntouched = 0x77777777u;
-constexpr uint16_t kUntouchedValue = 0x7777;
-
 // Row 0, entry t: names t in c0 with c1 = 0, c2 = 50. Row r > 0: the label
 // colour (r * 10, 100, 200). All opaque.
 uint32_t LabelledEntry(int row, int t) { return row == 0 ? Entry(t & 0xff, 0, 50, 255) : Entry(row * 10, 100, 200, 255); }
@@ -91,9 +88,9 @@ TYPED_TEST(MaskedOtfSliceTyped, IdenticalAtOneAndTwoThreads) {
     auto mask = MakeVolumeFrom<unsigned char>(dims, [](int i, int j, int k) { return (i / 4 + j / 5 + k / 3) % 4; });
     auto table = MakeExactTable(4, 256, LabelledEntry);
     auto image = MakeImage(31, 27);
-    const auto plane = PlaneFromCorners({-1, 0.3f, 0.2f}, {18.5f, 3, 8.1f}, {0.5f, 15, 1}, {20, 17, 9}, 31, 27);
     auto [one, two] = RenderAtOneAndTwoThreads(*image, [&] {
-        RenderMaskedOtfSlice(*volume, IdentityRecord(), *mask, *image, plane, {}, 0, 0, 3, *table);
+        RenderMaskedOtfSlice(*volume, IdentityRecord(), *mask, *image, ObliquePlane(31, 27), {}, 0, 0, 3,
+                             *table);
     });
     EXPECT_EQ(one, two);
 }
@@ -111,18 +108,15 @@ protected:
     }
 };
 
-TEST_F(MaskedOtfSliceColour, TransparentLabelShowsTheBaseColour) {
-    const auto entries = [](int row, int) { return row == 0 ? Entry(100, 110, 120, 255) : Entry(9, 9, 9, 0); };
-    EXPECT_EQ(Render(entries, 1), Bytes(120, 110, 100, 255));
-}
-
-TEST_F(MaskedOtfSliceColour, HalfOpaqueLabelKeepsTheRestOfTheBase) {
-    // Base 100 at full opacity under a black label of opacity 128: 100 * 127/255.
-    const auto entries = [](int row, int) { return row == 0 ? Entry(100, 100, 100, 255) : Entry(0, 0, 0, 128); };
-    EXPECT_EQ(Render(entries, 1), Bytes(49, 49, 49, 255));
-}
-
-TEST_F(MaskedOtfSliceColour, ChannelSwitchAppliesToLabelZeroOnly) {
+// A transparent label shows the base colour; a half-opaque black one keeps
+// 127/255 of a base of 100; the channel switch applies to label 0 only.
+TEST_F(MaskedOtfSliceColour, LabelEntriesLieOverTheBaseByTheirOpacity) {
+    EXPECT_EQ(
+        Render([](int row, int) { return row == 0 ? Entry(100, 110, 120, 255) : Entry(9, 9, 9, 0); }, 1),
+        Bytes(120, 110, 100, 255));
+    EXPECT_EQ(
+        Render([](int row, int) { return row == 0 ? Entry(100, 100, 100, 255) : Entry(0, 0, 0, 128); }, 1),
+        Bytes(49, 49, 49, 255));
     ChannelSwitch on(zrvolume::ChannelOrderFamily::MaskedOtfSlice, true);
     const auto entries = [](int row, int) { return row == 0 ? Entry(1, 2, 3, 255) : Entry(10, 20, 30, 255); };
     EXPECT_EQ(Render(entries, 0), Bytes(1, 2, 3, 255));
@@ -144,28 +138,15 @@ protected:
     }
 };
 
-TEST_F(MaskedOtfSliceScene, OutsideTheVolumeWritesValueZeroAndNoCoverage) {
-    Fill(*image, kUntouched, kUntouchedValue);
-    ASSERT_TRUE(Render(2));
-    for (int x = 0; x < 2; ++x) {
-        EXPECT_EQ(Colours(*image)[x], BasePixel(0, false)) << x;
-        EXPECT_EQ(Values(*image)[x], 0) << x;
-    }
-    EXPECT_EQ(Colours(*image)[2], BasePixel(10));
-    EXPECT_EQ(Values(*image)[5], 13);
-}
-
-TEST_F(MaskedOtfSliceScene, ClippedPixelsKeepBothBuffers) {
-    Fill(*image, kUntouched, kUntouchedValue);
-    zrvolume::SliceClipState clip;
-    clip.clipPlane = true;
-    clip.planePoint = {1.5f, 0, 0};
-    clip.planeNormal = {1, 0, 0};
-    ASSERT_TRUE(Render(2, clip));
-    EXPECT_EQ(Colours(*image)[3], BasePixel(11));
-    for (int x = 4; x < 6; ++x) {
-        EXPECT_EQ(Colours(*image)[x], kUntouched) << x;
-        EXPECT_EQ(Values(*image)[x], kUntouchedValue) << x;
+TEST_F(MaskedOtfSliceScene, OutsideWritesValueZeroWithoutCoverageAndClippedPixelsKeepBothBuffers) {
+    Fill(*image);
+    ASSERT_TRUE(Render(2, ClipBeyondX(1.5f)));  // x = -2 ... 3: two outside, two beyond the plane
+    for (int x = 0; x < 6; ++x) {
+        const uint32_t colour[] = {BasePixel(0, false), BasePixel(0, false), BasePixel(10),
+                                   BasePixel(11),       kUntouched,          kUntouched};
+        const uint16_t value[] = {0, 0, 10, 11, kUntouchedValue, kUntouchedValue};
+        EXPECT_EQ(Colours(*image)[x], colour[x]) << x;
+        EXPECT_EQ(Values(*image)[x], value[x]) << x;
     }
 }
 
@@ -181,7 +162,7 @@ TEST_F(MaskedOtfSliceScene, WarnsOnlyWhenTheLargestLabelExceedsTheRowCount) {
 }
 
 TEST_F(MaskedOtfSliceScene, UnsupportedMainVolumeTypeDrawsNothing) {
-    Fill(*image, kUntouched, kUntouchedValue);
+    Fill(*image);
     volume = MakeVolumeFrom<float>({4, 3, 3}, [](int, int, int) { return 1.0f; });
     EXPECT_FALSE(Render(2));
     EXPECT_EQ(Colours(*image)[3], kUntouched);

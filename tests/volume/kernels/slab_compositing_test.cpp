@@ -20,9 +20,13 @@ struct Entry {
 constexpr Entry kFirst{130, 200, 100, 50, 102};   // opacity 0.4
 constexpr Entry kSecond{140, 20, 240, 120, 153};  // opacity 0.6
 
-std::shared_ptr<zrobjects::ZrObject> TwoEntryTable(uint32_t background = 0) {
-    std::vector<uint32_t> entries(zrobjects::kFullTableLength, background);
-    for (const Entry& e : {kFirst, kSecond}) entries[e.index] = zrobjects::PackEntry(e.c2, e.c1, e.c0, e.opacity);
+uint32_t Packed(const Entry& e) { return zrobjects::PackEntry(e.c2, e.c1, e.c0, e.opacity); }
+
+// With `everywhere`, every entry (0 included) is the first colour.
+std::shared_ptr<zrobjects::ZrObject> TwoEntryTable(bool everywhere = false) {
+    std::vector<uint32_t> entries(zrobjects::kFullTableLength, everywhere ? Packed(kFirst) : 0u);
+    for (const Entry& e : {kFirst, kSecond}) entries[e.index] = Packed(e);
+    if (everywhere) entries[kSecond.index] = Packed(kFirst);
     return zrobjects::MakeTableObject({entries});
 }
 
@@ -32,8 +36,11 @@ struct Layer {
     double d;      // |cos| between the gradient and the light
 };
 
+constexpr glm::dvec4 kPhong{0.3, 0.6, 0.4, 2.0};
+const double kRampCos = 20.0 / 20.01;  // gradient (20, 0, 0), light along +x
+
 // Front-to-back compositing in double precision, straight from the rule.
-uint32_t ExpectedPixel(const std::vector<Layer>& layers, glm::dvec4 k) {
+uint32_t ExpectedPixel(const std::vector<Layer>& layers, glm::dvec4 k = kPhong) {
     double channel[3] = {0, 0, 0}, a = 0;
     for (const Layer& l : layers) {
         const double shade = k.x + k.y * l.d + k.z * std::pow(l.d, k.w);
@@ -48,9 +55,10 @@ uint32_t ExpectedPixel(const std::vector<Layer>& layers, glm::dvec4 k) {
     return bytes[2] | bytes[1] << 8 | bytes[0] << 16 | 0xff000000u;  // switch off: c2 first
 }
 
-void ExpectPixelNear(uint32_t actual, uint32_t expected) {
+void ExpectPixelNear(uint32_t actual, uint32_t expected, int tolerance = 1) {
     for (int b = 0; b < 4; ++b)
-        EXPECT_LE(std::abs(static_cast<int>(ByteOf(actual, b)) - static_cast<int>(ByteOf(expected, b))), 1)
+        EXPECT_LE(std::abs(static_cast<int>(ByteOf(actual, b)) - static_cast<int>(ByteOf(expected, b))),
+                  tolerance)
             << "byte " << b << ": " << std::hex << actual << " vs " << expected;
 }
 
@@ -63,153 +71,111 @@ struct RampScene {
     std::shared_ptr<zrobjects::ZrIObject> image = TargetImage(2, 2);
 
     // A 2 x 2 image in the plane x = `x`, marching `count` layers along +x.
-    zrvolume::SlabProjectionArgs Args(float x, int count, int code = 0) const {
-        zrvolume::SlabProjectionArgs a;
-        a.volume = volume.get();
-        a.tableOwner = table.get();
-        a.image = image.get();
-        a.valueIndex = 0;
-        a.width = 2;
-        a.height = 2;
-        a.geometry.topLeft = {x, 1, 1};
-        a.geometry.topRight = {x, 2, 1};
-        a.geometry.bottomLeft = {x, 1, 2};
-        a.geometry.bottomRight = {x, 2, 2};
-        a.geometry.layerStep = {1, 0, 0};
-        a.geometry.layerCount = count;
-        a.projectionCode = code;
-        a.phongCoeffs = {0.3f, 0.6f, 0.4f, 2.0f};
+    zrvolume::SlabProjectionArgs Args(float x, int count, int code = 0, float step = 1.0f) const {
+        zrvolume::SlabGeometry g;
+        g.topLeft = {x, 1, 1};
+        g.topRight = {x, 2, 1};
+        g.bottomLeft = {x, 1, 2};
+        g.bottomRight = {x, 2, 2};
+        g.layerStep = {step, 0, 0};
+        g.layerCount = count;
+        zrvolume::SlabProjectionArgs a = SlabArgs(*volume, *table, *image, g, code);
+        a.phongCoeffs = glm::vec4(kPhong);
         return a;
     }
-    uint32_t Pixel(int p = 0) const { return Colour(*image)[p]; }
+    uint32_t Render(const zrvolume::SlabProjectionArgs& a, int p = 0) const {
+        EXPECT_TRUE(zrvolume::RenderSlabProjection(a));
+        return Colour(*image)[p];
+    }
 };
 
-constexpr glm::dvec4 kPhong{0.3, 0.6, 0.4, 2.0};
-const double kRampCos = 20.0 / 20.01;  // gradient (20, 0, 0), light along +x
-
-TEST(SlabCompositing, TwoLayersFrontToBack) {
+TEST(SlabCompositing, LayersAreCompositedFrontToBack) {
     RampScene s;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(s.Args(3.0f, 2)));  // samples 130, 140
-    const uint32_t expected = ExpectedPixel({{kFirst, 0.4, kRampCos}, {kSecond, 0.6, kRampCos}}, kPhong);
-    for (int p = 0; p < 4; ++p) ExpectPixelNear(s.Pixel(p), expected);
+    const uint32_t expected = ExpectedPixel({{kFirst, 0.4, kRampCos}, {kSecond, 0.6, kRampCos}});
+    s.Render(s.Args(3.0f, 2));  // samples 130, 140
+    for (int p = 0; p < 4; ++p) ExpectPixelNear(Colour(*s.image)[p], expected);
     // The order matters: the front layer hides part of the back one.
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(
-        [&] { auto a = s.Args(4.0f, 2); a.geometry.layerStep = {-1, 0, 0}; return a; }()));
-    ExpectPixelNear(s.Pixel(), ExpectedPixel({{kSecond, 0.6, kRampCos}, {kFirst, 0.4, kRampCos}}, kPhong));
+    ExpectPixelNear(s.Render(s.Args(4.0f, 2, 0, -1.0f)),
+                    ExpectedPixel({{kSecond, 0.6, kRampCos}, {kFirst, 0.4, kRampCos}}));
+    // Clear entries add nothing, but the pixel stays covered; outside, entry 0 is clear too.
+    EXPECT_EQ(s.Render(s.Args(1.0f, 2)), 0xff000000u);
+    EXPECT_EQ(s.Render(s.Args(-3.0f, 2)), 0u);
+    // No step: both layers at x = 3 and no light direction, so only the ambient term.
+    ExpectPixelNear(s.Render(s.Args(3.0f, 2, 0, 0.0f)),
+                    ExpectedPixel({{kFirst, 0.4, 0.0}, {kFirst, 0.4, 0.0}}));
 }
 
-TEST(SlabCompositing, ClearEntriesAddNothingButCoverageStays) {
-    RampScene s;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(s.Args(1.0f, 2)));  // samples 110, 120: clear entries
-    EXPECT_EQ(s.Pixel(), 0xff000000u);
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(s.Args(-3.0f, 2)));  // outside: entry 0, clear
-    EXPECT_EQ(s.Pixel(), 0u);
-}
-
-TEST(SlabCompositing, GradientMagnitudeWeightsOpacityByTheVolumesMaximum) {
-    RampScene s;
-    s.volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(5.0f, 40.0f));  // |g| / G = 0.5
-    zrvolume::SlabProjectionArgs a = s.Args(3.0f, 2, 1);
-    a.gradientMagnitude = true;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-    ExpectPixelNear(s.Pixel(), ExpectedPixel({{kFirst, 0.2, kRampCos}, {kSecond, 0.3, kRampCos}}, kPhong));
-    // The flag off ignores the parameter.
-    a.gradientMagnitude = false;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-    ExpectPixelNear(s.Pixel(), ExpectedPixel({{kFirst, 0.4, kRampCos}, {kSecond, 0.6, kRampCos}}, kPhong));
-}
-
-TEST(SlabCompositing, WithoutAUsableMagnitudeRangeTheWeightingIsOff) {
-    const uint32_t unweighted = ExpectedPixel({{kFirst, 0.4, kRampCos}, {kSecond, 0.6, kRampCos}}, kPhong);
-    for (int variant = 0; variant < 3; ++variant) {
+TEST(SlabCompositing, GradientMagnitudeWeightsOpacityOnlyWithAUsableRange) {
+    // |g| / G = 20 / 40 halves the opacities; without the flag, without a range,
+    // or with an empty or not-a-number one, they stay.
+    const uint32_t weighted = ExpectedPixel({{kFirst, 0.2, kRampCos}, {kSecond, 0.3, kRampCos}});
+    const uint32_t unweighted = ExpectedPixel({{kFirst, 0.4, kRampCos}, {kSecond, 0.6, kRampCos}});
+    struct Case {
+        bool flag, set;
+        glm::vec2 range;
+        uint32_t expected;
+    } cases[] = {{true, true, {5, 40}, weighted},
+                 {false, true, {5, 40}, unweighted},
+                 {true, false, {}, unweighted},
+                 {true, true, {0, 0}, unweighted},
+                 {true, true, {0, NAN}, unweighted}};
+    for (const Case& k : cases) {
         RampScene s;
-        if (variant == 1) s.volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(0.0f, 0.0f));
-        if (variant == 2) s.volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(0.0f, NAN));
+        if (k.set) s.volume->SetObjParam("_float2_GraidentMagMinMax", k.range);
         zrvolume::SlabProjectionArgs a = s.Args(3.0f, 2, 1);
-        a.gradientMagnitude = true;
-        ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-        ExpectPixelNear(s.Pixel(), unweighted);
+        a.gradientMagnitude = k.flag;
+        ExpectPixelNear(s.Render(a), k.expected);
     }
-}
-
-TEST(SlabCompositing, MistypedMagnitudeRangeThrows) {
-    RampScene s;
-    s.volume->SetObjParam("_float2_GraidentMagMinMax", glm::dvec2(0.0, 40.0));
-    zrvolume::SlabProjectionArgs a = s.Args(3.0f, 2, 1);
+    RampScene mistyped;
+    mistyped.volume->SetObjParam("_float2_GraidentMagMinMax", glm::dvec2(0.0, 40.0));
+    zrvolume::SlabProjectionArgs a = mistyped.Args(3.0f, 2, 1);
     a.gradientMagnitude = true;
     EXPECT_THROW(zrvolume::RenderSlabProjection(a), std::bad_any_cast);
 }
 
 TEST(SlabCompositing, GradientSamplesAreClampedIntoTheVolume) {
-    // Every entry but 0 is the first colour: a single layer shows its own
-    // opacity and shade.
     RampScene s;
-    std::vector<uint32_t> entries(zrobjects::kFullTableLength,
-                                  zrobjects::PackEntry(kFirst.c2, kFirst.c1, kFirst.c0, kFirst.opacity));
-    s.table = zrobjects::MakeTableObject({entries});
+    s.table = TwoEntryTable(true);
     s.volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(0.0f, 40.0f));
     zrvolume::SlabProjectionArgs a = s.Args(7.0f, 1, 1);  // the last voxel: f(8) clamps to f(7)
     a.gradientMagnitude = true;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-    ExpectPixelNear(s.Pixel(), ExpectedPixel({{kFirst, 0.4 * 10 / 40, 10 / 10.01}}, kPhong));
+    ExpectPixelNear(s.Render(a), ExpectedPixel({{kFirst, 0.4 * 10 / 40, 10 / 10.01}}));
     a = s.Args(5.0f, 1, 1);  // inside: |g| = 20
     a.gradientMagnitude = true;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-    ExpectPixelNear(s.Pixel(), ExpectedPixel({{kFirst, 0.4 * 20 / 40, kRampCos}}, kPhong));
+    ExpectPixelNear(s.Render(a), ExpectedPixel({{kFirst, 0.4 * 20 / 40, kRampCos}}));
     // Beyond the face both samples clamp to the face: no gradient, shade = k0,
-    // and the magnitude weighting makes the layer clear.
-    a = s.Args(8.2f, 1, 0);
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-    const uint32_t flat = ExpectedPixel({{kFirst, 0.4, 0.0}}, kPhong);
-    ExpectPixelNear(s.Pixel(), flat & 0x00ffffffu);  // outside: no coverage
-    EXPECT_EQ(ByteOf(s.Pixel(), 3), 0u);
-}
-
-TEST(SlabCompositing, DegeneratePointsSampleTheGradientInsideTheGrid) {
-    // A one-row image puts every layer at a not-a-number point: outside, entry 0
-    // (opaque here), and a gradient that must still read inside the volume.
-    RampScene s;
-    std::vector<uint32_t> entries(zrobjects::kFullTableLength,
-                                  zrobjects::PackEntry(kFirst.c2, kFirst.c1, kFirst.c0, kFirst.opacity));
-    s.table = zrobjects::MakeTableObject({entries});
+    // and no coverage.
+    ExpectPixelNear(s.Render(s.Args(8.2f, 1, 0)), ExpectedPixel({{kFirst, 0.4, 0.0}}) & 0x00ffffffu);
+    EXPECT_EQ(ByteOf(Colour(*s.image)[0], 3), 0u);
+    // A one-row image puts every layer at a not-a-number point: outside, entry
+    // 0 (opaque here), and a gradient that must still read inside the volume.
     s.image = TargetImage(2, 1);
-    zrvolume::SlabProjectionArgs a = s.Args(3.0f, 3);
+    a = s.Args(3.0f, 3);
     a.height = 1;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-    EXPECT_EQ(ByteOf(s.Pixel(), 3), 0u);
-    EXPECT_NE(s.Pixel() & 0xffffffu, 0u);  // entry 0 was composited
-}
-
-TEST(SlabCompositing, LightAcrossTheGradientLeavesOnlyAmbient) {
-    RampScene s;
-    zrvolume::SlabProjectionArgs a = s.Args(3.0f, 2);
-    a.geometry.layerStep = {0, 0, 0};  // no step: both layers at x = 3, and no light direction
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(a));
-    ExpectPixelNear(s.Pixel(), ExpectedPixel({{kFirst, 0.4, 0.0}, {kFirst, 0.4, 0.0}}, kPhong));
+    const uint32_t degenerate = s.Render(a);
+    EXPECT_EQ(ByteOf(degenerate, 3), 0u);
+    EXPECT_NE(degenerate & 0xffffffu, 0u);
 }
 
 TEST(SlabCompositing, ValueBufferHoldsTheMiddleLayer) {
     RampScene s;
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(s.Args(3.0f, 3)));  // 130, 140, 150
+    s.Render(s.Args(3.0f, 3));  // 130, 140, 150
     EXPECT_EQ(Values(*s.image)[0], 140);
-    ASSERT_TRUE(zrvolume::RenderSlabProjection(s.Args(3.0f, 2)));  // 130, 140
+    s.Render(s.Args(3.0f, 2));  // 130, 140
     EXPECT_EQ(Values(*s.image)[0], 130);
 }
 
-TEST(SlabCompositing, OpacityBeyondOneIsLimited) {
-    // Shade above 1 and a full opacity push the channels past 255.
+TEST(SlabCompositing, ChannelsBeyondOneAreLimitedAndScaledByTheOpacity) {
     zrvolume::CompositeAccumulator acc;
     acc.channel[0] = 1.7f;
     acc.channel[1] = 0.5f;
     acc.channel[2] = -0.2f;
     acc.opacity = 1.3f;
     const uint32_t pixel = zrvolume::CompositedPixel(acc, false, true);
-    EXPECT_EQ(ByteOf(pixel, 2), 255u);  // c0, limited
-    EXPECT_EQ(ByteOf(pixel, 1), 127u);  // trunc(127.5) * 1
-    EXPECT_EQ(ByteOf(pixel, 0), 0u);
-    EXPECT_EQ(ByteOf(pixel, 3), 255u);
-    EXPECT_EQ(ByteOf(zrvolume::CompositedPixel(acc, true, false), 0), 255u);  // switch on: c0 first
-    EXPECT_EQ(ByteOf(zrvolume::CompositedPixel(acc, true, false), 3), 0u);
+    EXPECT_EQ(pixel, 0xff000000u | 255u << 16 | 127u << 8);  // c0 limited, trunc(127.5) * 1, c2 none
+    const uint32_t swapped = zrvolume::CompositedPixel(acc, true, false);
+    EXPECT_EQ(ByteOf(swapped, 0), 255u);  // switch on: c0 first
+    EXPECT_EQ(ByteOf(swapped, 3), 0u);
 }
 
 TEST(SlabCompositing, PlanarAndCurvedSlabsOfTheSameDataLookAlike) {
@@ -222,23 +188,14 @@ TEST(SlabCompositing, PlanarAndCurvedSlabsOfTheSameDataLookAlike) {
         {{0, 0, 0, 0, 0}, {800, 0.9, 0.3, 0.2, 0.05}, {2000, 1.0, 0.9, 0.7, 0.4}, {3000, 1, 1, 1, 0.9}})});
     const int width = 30, height = 21;
     const glm::vec3 start{2, 12, 11.5f}, end{20, 12, 11.5f}, up{0, 0, 1};  // depth axis +y
+    std::vector<glm::vec3> points, ups(width, up), tangents(width, glm::vec3(1, 0, 0));
+    for (int i = 0; i < width; ++i) points.push_back(start + (end - start) * (i / float(width - 1)));
+    const auto plane = slicetest::PlaneFromCorners(start + 8.0f * up, end + 8.0f * up, start - 8.0f * up,
+                                                   end - 8.0f * up, width, height);
 
     for (int code : {0, 1}) {
-        auto curvedImage = TargetImage(width, height);
-        std::vector<glm::vec3> points, ups(width, up), tangents(width, glm::vec3(1, 0, 0));
-        for (int i = 0; i < width; ++i) points.push_back(start + (end - start) * (i / float(width - 1)));
-        zrvolume::CurvedReformationArgs c;
-        c.volume = volume.get();
-        c.tableOwner = table.get();
-        c.image = curvedImage.get();
-        c.valueIndex = 0;
-        c.width = width;
-        c.height = height;
-        c.curvePoints = points.data();
-        c.upVectors = ups.data();
-        c.tangents = tangents.data();
-        c.curveCount = width;
-        c.worldToVoxel = WorldToVoxel();
+        auto curvedImage = TargetImage(width, height), planarImage = TargetImage(width, height);
+        zrvolume::CurvedReformationArgs c = CurvedArgs(*volume, *table, *curvedImage, points, ups, tangents);
         c.planeHeight = 16.0f;
         c.projectionCode = code;
         c.thickness = 8.0f;
@@ -246,33 +203,19 @@ TEST(SlabCompositing, PlanarAndCurvedSlabsOfTheSameDataLookAlike) {
         c.gradientMagnitude = code == 1;
         c.viewDirection = {0, 1, 0};
         ASSERT_TRUE(zrvolume::RenderCurvedReformation(c));
-
-        auto planarImage = TargetImage(width, height);
-        zrvolume::SlicePlane plane;
-        plane.corners[0] = start + 8.0f * up;
-        plane.corners[1] = end + 8.0f * up;
-        plane.corners[2] = start - 8.0f * up;
-        plane.corners[3] = end - 8.0f * up;
-        zrvolume::SlabProjectionArgs p;
-        p.volume = volume.get();
-        p.tableOwner = table.get();
-        p.image = planarImage.get();
-        p.valueIndex = 0;
-        p.width = width;
-        p.height = height;
-        p.geometry = zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), {0, 1, 0}, 8.0f, 0.5f);
-        p.projectionCode = code;
+        zrvolume::SlabProjectionArgs p =
+            SlabArgs(*volume, *table, *planarImage,
+                     zrvolume::MakeSlabGeometry(plane, WorldToVoxel(), {0, 1, 0}, 8.0f, 0.5f), code);
         p.gradientMagnitude = code == 1;
         ASSERT_TRUE(zrvolume::RenderSlabProjection(p));
 
-        const std::vector<uint32_t> curved = ColourCopy(*curvedImage), planar = ColourCopy(*planarImage);
-        const std::vector<uint16_t> curvedValues = ValueCopy(*curvedImage), planarValues = ValueCopy(*planarImage);
+        const auto curved = ColourCopy(*curvedImage), planar = ColourCopy(*planarImage);
+        const auto curvedValues = ValueCopy(*curvedImage), planarValues = ValueCopy(*planarImage);
         int visible = 0;
         for (int i = 0; i < width * height; ++i) {
-            for (int b = 0; b < 4; ++b)
-                EXPECT_LE(std::abs(static_cast<int>(ByteOf(curved[i], b)) - static_cast<int>(ByteOf(planar[i], b))), 2)
-                    << "code " << code << " pixel " << i << " byte " << b;
-            EXPECT_LE(std::abs(curvedValues[i] - planarValues[i]), 1) << i;
+            SCOPED_TRACE(testing::Message() << "code " << code << " pixel " << i);
+            ExpectPixelNear(curved[i], planar[i], 2);
+            EXPECT_LE(std::abs(curvedValues[i] - planarValues[i]), 1);
             visible += ByteOf(planar[i], 1) > 20;
         }
         EXPECT_GT(visible, 50) << code;

@@ -26,6 +26,10 @@
 
 namespace slicetest {
 
+// What a buffer is filled with before a draw, so that untouched pixels show.
+constexpr uint32_t kUntouched = 0x77777777u;
+constexpr uint16_t kUntouchedValue = 0x7777;
+
 using IntegerVoxelTypes = ::testing::Types<char, unsigned char, short, unsigned short>;
 using SignedVoxelTypes = ::testing::Types<char, short>;
 
@@ -65,7 +69,8 @@ inline uint16_t* Values(zrobjects::ZrIObject& image) {
 }
 
 // Fills colour buffer 0 and the value buffer, so that untouched pixels show.
-inline void Fill(zrobjects::ZrIObject& image, uint32_t colour, uint16_t value) {
+inline void Fill(zrobjects::ZrIObject& image, uint32_t colour = kUntouched,
+                 uint16_t value = kUntouchedValue) {
     const int n = image.Width() * image.Height();
     for (int i = 0; i < n; ++i) {
         Colours(image)[i] = colour;
@@ -79,8 +84,8 @@ inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image, int index =
 
 // A plane given in voxel coordinates (use with IdentityRecord()): corners are
 // the first and last pixel of the first row, then of the last row.
-inline zrvolume::SlicePlane PlaneFromCorners(glm::vec3 c0, glm::vec3 c1, glm::vec3 c2, glm::vec3 c3, int w,
-                                             int h) {
+inline zrvolume::SlicePlane PlaneFromCorners(glm::vec3 c0, glm::vec3 c1, glm::vec3 c2, glm::vec3 c3,
+                                             int w = 0, int h = 0) {
     zrvolume::SlicePlane plane;
     plane.width = w;
     plane.height = h;
@@ -96,6 +101,21 @@ inline zrvolume::SlicePlane PlaneFromCorners(glm::vec3 c0, glm::vec3 c1, glm::ve
 inline zrvolume::SlicePlane LinePlane(glm::vec3 a, glm::vec3 b, int w) { return PlaneFromCorners(a, b, a, b, w, 2); }
 
 inline zrvolume::Matrix16 IdentityRecord() { return zrvolume::ToMatrixRecord(glm::mat4(1.0f)); }
+
+// The oblique plane the thread-count checks draw: it leaves a 19 x 16 x 9 grid
+// on several faces.
+inline zrvolume::SlicePlane ObliquePlane(int w, int h) {
+    return PlaneFromCorners({-1, 0.3f, 0.2f}, {18.5f, 3, 8.1f}, {0.5f, 15, 1}, {20, 17, 9}, w, h);
+}
+
+// A clip plane that removes what lies beyond x = `x`, towards +x.
+inline zrvolume::SliceClipState ClipBeyondX(float x) {
+    zrvolume::SliceClipState clip;
+    clip.clipPlane = true;
+    clip.planePoint = {x, 0, 0};
+    clip.planeNormal = {1, 0, 0};
+    return clip;
+}
 
 // The plane of the image's camera and the volume's world-to-voxel record, as
 // the renderer builds them for a volume placed at the world origin.

@@ -1,26 +1,27 @@
 // Small scenes for the thick-section kernel tests: volumes from a voxel function
 // placed with voxel (i, j, k) at world (i, j, k) mm, bare target images with
 // colour and value buffers, tables whose entries tell which index was read, and
-// a helper that runs a kernel at a fixed thread count.
+// functions that build the kernels' arguments and compare one and two threads.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <omp.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <glm/glm.hpp>
 #include <memory>
 #include <span>
 #include <vector>
-
-#include <glm/glm.hpp>
-#include <gtest/gtest.h>
 
 #include "host/table_builder.h"
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
 #include "tests/volume/kernels/slice_fixtures.h"
+#include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/matrix_record.h"
+#include "volume/kernels/slab_projection.h"
 
 namespace thicktest {
 
@@ -60,12 +61,10 @@ inline const uint16_t* Values(zrobjects::ZrIObject& image) {
     return static_cast<const uint16_t*>(image.GetFrameBuffer(3, 0)->pixels);
 }
 inline std::vector<uint32_t> ColourCopy(zrobjects::ZrIObject& image) {
-    const uint32_t* p = Colour(image);
-    return std::vector<uint32_t>(p, p + static_cast<size_t>(image.Width()) * image.Height());
+    return slicetest::ColourCopy(image, 1);
 }
 inline std::vector<uint16_t> ValueCopy(zrobjects::ZrIObject& image) {
-    const uint16_t* p = Values(image);
-    return std::vector<uint16_t>(p, p + static_cast<size_t>(image.Width()) * image.Height());
+    return {Values(image), Values(image) + image.Width() * image.Height()};
 }
 
 inline uint32_t ByteOf(uint32_t pixel, int b) { return (pixel >> (8 * b)) & 0xffu; }
@@ -80,13 +79,47 @@ inline std::shared_ptr<zrobjects::ZrObject> IndexTable(int length = zrobjects::k
     return zrobjects::MakeTableObject({entries});
 }
 
-// Runs `body` with OpenMP limited to `threads`, restoring the previous limit.
-template <class Body>
-void WithThreads(int threads, Body&& body) {
-    const int previous = omp_get_max_threads();
-    omp_set_num_threads(threads);
-    body();
-    omp_set_num_threads(previous);
+// A slab drawn over the whole image into colour buffer 1 and value buffer 0.
+inline zrvolume::SlabProjectionArgs SlabArgs(zrobjects::ZrVObjectVolume& volume, zrobjects::ZrObject& table,
+                                             zrobjects::ZrIObject& image, const zrvolume::SlabGeometry& g,
+                                             int code) {
+    zrvolume::SlabProjectionArgs a;
+    a.volume = &volume;
+    a.tableOwner = &table;
+    a.image = &image;
+    a.colourIndex = 1;
+    a.valueIndex = 0;
+    a.width = image.Width();
+    a.height = image.Height();
+    a.geometry = g;
+    a.projectionCode = code;
+    return a;
+}
+
+// A thin curved section along `points` (world millimetres, with voxel (i, j, k)
+// at (i, j, k) mm) over the whole image, 1 mm per row, into colour buffer 1 and
+// value buffer 0. The vectors must outlive the arguments.
+inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& volume,
+                                                  zrobjects::ZrObject& table, zrobjects::ZrIObject& image,
+                                                  const std::vector<glm::vec3>& points,
+                                                  const std::vector<glm::vec3>& ups,
+                                                  const std::vector<glm::vec3>& tangents) {
+    zrvolume::CurvedReformationArgs a;
+    a.volume = &volume;
+    a.tableOwner = &table;
+    a.image = &image;
+    a.colourIndex = 1;
+    a.valueIndex = 0;
+    a.width = image.Width();
+    a.height = image.Height();
+    a.curvePoints = points.data();
+    a.upVectors = ups.data();
+    a.tangents = tangents.data();
+    a.curveCount = static_cast<int>(points.size());
+    a.worldToVoxel = WorldToVoxel();
+    a.planeHeight = static_cast<float>(image.Height() - 1);
+    a.layerStep = 1.0f;
+    return a;
 }
 
 // Draws with `render` at 1 and at 2 threads and expects the same colour and
@@ -96,7 +129,8 @@ void ExpectSameBytesAtOneAndTwoThreads(zrobjects::ZrIObject& image, Render&& ren
     std::vector<uint32_t> colour[2];
     std::vector<uint16_t> values[2];
     for (int threads : {1, 2}) {
-        WithThreads(threads, [&] { ASSERT_TRUE(render()); });
+        slicetest::ThreadCount count(threads);
+        ASSERT_TRUE(render());
         colour[threads - 1] = ColourCopy(image);
         values[threads - 1] = ValueCopy(image);
     }
