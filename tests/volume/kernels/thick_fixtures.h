@@ -79,11 +79,11 @@ inline std::shared_ptr<zrobjects::ZrObject> IndexTable(int length = zrobjects::k
     return zrobjects::MakeTableObject({entries});
 }
 
-// A slab drawn over the whole image into colour buffer 1 and value buffer 0.
-inline zrvolume::SlabProjectionArgs SlabArgs(zrobjects::ZrVObjectVolume& volume, zrobjects::ZrObject& table,
-                                             zrobjects::ZrIObject& image, const zrvolume::SlabGeometry& g,
-                                             int code) {
-    zrvolume::SlabProjectionArgs a;
+// The fields slab and curved arguments share: the whole image, colour buffer 1
+// and value buffer 0.
+template <class Args>
+Args WholeImageArgs(zrobjects::ZrVObjectVolume& volume, zrobjects::ZrObject& table, zrobjects::ZrIObject& image) {
+    Args a;
     a.volume = &volume;
     a.tableOwner = &table;
     a.image = &image;
@@ -91,6 +91,14 @@ inline zrvolume::SlabProjectionArgs SlabArgs(zrobjects::ZrVObjectVolume& volume,
     a.valueIndex = 0;
     a.width = image.Width();
     a.height = image.Height();
+    return a;
+}
+
+// A slab drawn over the whole image into colour buffer 1 and value buffer 0.
+inline zrvolume::SlabProjectionArgs SlabArgs(zrobjects::ZrVObjectVolume& volume, zrobjects::ZrObject& table,
+                                             zrobjects::ZrIObject& image, const zrvolume::SlabGeometry& g,
+                                             int code) {
+    auto a = WholeImageArgs<zrvolume::SlabProjectionArgs>(volume, table, image);
     a.geometry = g;
     a.projectionCode = code;
     return a;
@@ -104,14 +112,7 @@ inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& vo
                                                   const std::vector<glm::vec3>& points,
                                                   const std::vector<glm::vec3>& ups,
                                                   const std::vector<glm::vec3>& tangents) {
-    zrvolume::CurvedReformationArgs a;
-    a.volume = &volume;
-    a.tableOwner = &table;
-    a.image = &image;
-    a.colourIndex = 1;
-    a.valueIndex = 0;
-    a.width = image.Width();
-    a.height = image.Height();
+    auto a = WholeImageArgs<zrvolume::CurvedReformationArgs>(volume, table, image);
     a.curvePoints = points.data();
     a.upVectors = ups.data();
     a.tangents = tangents.data();
