@@ -33,7 +33,8 @@ TEST(SmoothingKernel, IsTheScaledSumOfTwoGaussians) {
         ASSERT_NE(kernel.weights, nullptr);
         EXPECT_EQ(kernel.radius, radius);
         EXPECT_EQ(kernel.sigma, sigma);
-        const auto g = [&](int d) { return std::exp(-static_cast<float>(d * d) / (2.0f * sigma * sigma)); };
+        const float twoSigmaSquared = 2.0f * sigma * sigma;  // lambdas may not capture bindings before clang 16
+        const auto g = [&](int d) { return std::exp(-static_cast<float>(d * d) / twoSigmaSquared); };
         const int size = 2 * radius + 1;
         for (int i = 0; i < size; ++i)
             for (int j = 0; j < size; ++j)

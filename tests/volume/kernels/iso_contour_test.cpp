@@ -102,7 +102,7 @@ constexpr std::array<int, 3> kNarrowing = std::is_same_v<T, unsigned char> ? std
                                                                            : std::array{30000, 50000, 40000};
 
 TYPED_TEST(IsoContourTyped, IsoValueIsNarrowedToTheVoxelType) {
-    const auto [low, high, iso] = kNarrowing<TypeParam>;
+    const int low = kNarrowing<TypeParam>[0], high = kNarrowing<TypeParam>[1], iso = kNarrowing<TypeParam>[2];
     ContourScene<TypeParam> scene({2, 2}, [&](int i, int j) { return i + j == 0 ? low : high; });
     std::vector<double> list;
     ASSERT_TRUE(scene.Run(static_cast<uint16_t>(iso), &list));
