@@ -19,6 +19,23 @@ using zrmesh::MeshClipState;
 constexpr uint32_t kCentre = 0xff0000ffu;
 constexpr uint32_t kWide = 0xff00ff00u;
 
+// A clip plane through `point`; pixels on the side `normal` points to are removed.
+MeshClipState PlaneClip(glm::vec3 point, glm::vec3 normal) {
+    MeshClipState clip;
+    clip.clipPlane = true;
+    clip.planePoint = point;
+    clip.planeNormal = normal;
+    return clip;
+}
+
+// A clip box given by its screen-to-box matrix.
+MeshClipState BoxClip(const glm::mat4& screenToBox) {
+    MeshClipState clip;
+    clip.clipBox = true;
+    clip.boxMatrix = zrvolume::ToMatrixRecord(screenToBox);
+    return clip;
+}
+
 struct Canvas {
     int width, height;
     std::vector<uint32_t> pixels;
@@ -101,10 +118,7 @@ TEST(LineWidening, OffsetsPastTheRightAndBottomBordersPaintTheBorder) {
 
 TEST(LineClipping, PlaneClipsBySideAndTestsLaterPixelsAtDepthZero) {
     // Plane x = 5 with normal +x: pixels right of it are removed.
-    MeshClipState clip;
-    clip.clipPlane = true;
-    clip.planePoint = glm::vec3(5.0f, 0.0f, 0.0f);
-    clip.planeNormal = glm::vec3(1.0f, 0.0f, 0.0f);
+    const MeshClipState clip = PlaneClip({5.0f, 0.0f, 0.0f}, {1.0f, 0.0f, 0.0f});
     Canvas canvas(12, 4);
     canvas.Draw({0.0f, 1.0f, 0.0f}, {10.0f, 1.0f, 0.0f}, 1, clip);
     const auto painted = canvas.Painted(kCentre);
@@ -113,10 +127,7 @@ TEST(LineClipping, PlaneClipsBySideAndTestsLaterPixelsAtDepthZero) {
 
     // A plane facing +z behind depth 0: the first pixel is tested at its own
     // depth (-5, kept), every later one at depth 0 (removed).
-    MeshClipState depthClip;
-    depthClip.clipPlane = true;
-    depthClip.planePoint = glm::vec3(0.0f, 0.0f, -1.0f);
-    depthClip.planeNormal = glm::vec3(0.0f, 0.0f, 1.0f);
+    const MeshClipState depthClip = PlaneClip({0.0f, 0.0f, -1.0f}, {0.0f, 0.0f, 1.0f});
     Canvas deep(12, 4);
     deep.Draw({1.0f, 2.0f, -5.0f}, {9.0f, 2.0f, -5.0f}, 1, depthClip);
     const std::set<std::pair<int, int>> firstOnly = {{1, 2}};
@@ -124,10 +135,7 @@ TEST(LineClipping, PlaneClipsBySideAndTestsLaterPixelsAtDepthZero) {
 }
 
 TEST(LineClipping, WideningPixelsAreNotClipped) {
-    MeshClipState clip;
-    clip.clipPlane = true;
-    clip.planePoint = glm::vec3(5.0f, 0.0f, 0.0f);
-    clip.planeNormal = glm::vec3(1.0f, 0.0f, 0.0f);
+    const MeshClipState clip = PlaneClip({5.0f, 0.0f, 0.0f}, {1.0f, 0.0f, 0.0f});
     Canvas canvas(12, 6);
     canvas.Draw({5.0f, 2.0f, 0.0f}, {5.0f, 2.0f, 0.0f}, 3, clip);
     EXPECT_EQ(canvas.At(5, 2), kCentre);
@@ -139,9 +147,7 @@ TEST(LineClipping, BoxKeepsTheUnitCubeAroundItsCentre) {
     // Box space = (screen - (5, 5, 0)) / 4: the box covers x, y in 3..7.
     glm::mat4 screenToBox = glm::scale(glm::mat4(1.0f), glm::vec3(0.25f)) *
                             glm::translate(glm::mat4(1.0f), glm::vec3(-5.0f, -5.0f, 0.0f));
-    MeshClipState clip;
-    clip.clipBox = true;
-    clip.boxMatrix = zrvolume::ToMatrixRecord(screenToBox);
+    const MeshClipState clip = BoxClip(screenToBox);
     Canvas canvas(12, 12);
     canvas.Draw({0.0f, 5.0f, 0.0f}, {11.0f, 5.0f, 0.0f}, 1, clip);
     const auto painted = canvas.Painted(kCentre);
@@ -153,9 +159,7 @@ TEST(LineClipping, BoxKeepsTheUnitCubeAroundItsCentre) {
 }
 
 TEST(LineClipping, AnAllZeroBoxMatrixKeepsEveryPixel) {
-    MeshClipState clip;
-    clip.clipBox = true;
-    clip.boxMatrix = zrvolume::ToMatrixRecord(glm::mat4(0.0f));
+    const MeshClipState clip = BoxClip(glm::mat4(0.0f));
     Canvas canvas(12, 4);
     canvas.Draw({0.0f, 1.0f, 0.0f}, {11.0f, 1.0f, 0.0f}, 1, clip);
     EXPECT_EQ(canvas.Painted(kCentre).size(), 12u);
