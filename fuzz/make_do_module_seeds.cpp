@@ -13,8 +13,8 @@
 
 #include "fuzz/do_module_harness.h"
 #include "fuzz/request_encoding.h"
-#include "tools/zrslice/input_error.h"
-#include "tools/zrslice/request_file.h"
+#include "io/input_error.h"
+#include "io/request_file.h"
 
 namespace fs = std::filesystem;
 using zrfuzz::InputEncoder;
@@ -32,14 +32,14 @@ void Write(const fs::path& directory, const std::string& name, const InputEncode
 
 // A request file's requests over the fixed scene; keys the fuzzer does not
 // know (and the host's own directives) are left out.
-InputEncoder FromRequestFile(const zrslice::RequestFile& file) {
+InputEncoder FromRequestFile(const zrio::RequestFile& file) {
     InputEncoder encoder(0, kAllEntries, 0, 0);
     for (size_t r = 0; r < file.requests.size() && r < zrfuzz::kMaxRequests; ++r) {
         if (r > 0) encoder.NextRequest();
         for (const auto& [key, value] : file.requests[r]) encoder.Add(ParamTarget::Request, 0, key, value);
         if (r == 0) {
             for (const auto& [key, value] : file.image.params) encoder.Add(ParamTarget::Image, 0, key, value);
-            for (const zrslice::SceneEntryDescription& entry : file.scene) {
+            for (const zrio::SceneEntryDescription& entry : file.scene) {
                 for (const auto& [key, value] : entry.params)
                     encoder.Add(ParamTarget::SceneEntry, zrfuzz::kRampVolume, key, value);
                 for (const auto& [key, value] : entry.objectParams)
@@ -137,10 +137,10 @@ int main(int argc, char** argv) {
     int written = 0;
     for (int i = 2; i < argc; ++i) {
         try {
-            const zrslice::RequestFile file = zrslice::ParseRequestFile(argv[i]);
+            const zrio::RequestFile file = zrio::ParseRequestFile(argv[i]);
             Write(out, "request-" + fs::path(argv[i]).stem().string(), FromRequestFile(file));
             ++written;
-        } catch (const zrslice::InputError& e) {
+        } catch (const zrio::InputError& e) {
             std::fprintf(stderr, "skipped %s\n", e.Line().c_str());
         }
     }

@@ -6,9 +6,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/zrslice/input_error.h"
-#include "tools/zrslice/request_file.h"
-#include "tools/zrslice/tagged_params.h"
+#include "io/input_error.h"
+#include "io/request_file.h"
+#include "io/tagged_params.h"
 
 namespace zrfuzz {
 
@@ -21,11 +21,11 @@ namespace {
 
 void CheckRoundTrip(const zrobjects::ParamMap& params, const std::string& where) {
     for (const auto& [key, value] : params) {
-        const nlohmann::json written = zrslice::TaggedValueToJson(value);
+        const nlohmann::json written = zrio::TaggedValueToJson(value);
         if (written.is_null()) continue;
         std::any again;
         try {
-            again = zrslice::ConvertTaggedValue(key, written);
+            again = zrio::ConvertTaggedValue(key, written);
         } catch (const std::exception& e) {
             Broken(where + " " + key + ": accepted, but its JSON form is refused: " + e.what());
         }
@@ -38,10 +38,10 @@ void CheckRoundTrip(const zrobjects::ParamMap& params, const std::string& where)
 int RunRequestFileInput(const uint8_t* data, size_t size) {
     const nlohmann::json document = nlohmann::json::parse(data, data + size, nullptr, /*allow_exceptions=*/false);
     if (document.is_discarded()) return 0;
-    zrslice::RequestFile file;
+    zrio::RequestFile file;
     try {
-        file = zrslice::ParseRequestDocument(document, "fuzz.json", "/nonexistent-fuzz-folder");
-    } catch (const zrslice::InputError&) {
+        file = zrio::ParseRequestDocument(document, "fuzz.json", "/nonexistent-fuzz-folder");
+    } catch (const zrio::InputError&) {
         return 0;  // rejected with a message naming what is wrong: fine
     }
     CheckRoundTrip(file.image.params, "image");

@@ -2,10 +2,10 @@
 // compiled (Debian's ITK accepts only GCC; the fuzzers need clang). The request
 // reader under fuzzing never loads files, so these are never reached there;
 // should they be, they refuse like any unreadable file.
-#include "tools/zrslice/input_error.h"
-#include "tools/zrslice/volume_files.h"
+#include "io/input_error.h"
+#include "io/volume_files.h"
 
-namespace zrslice {
+namespace zrio {
 
 VolumeFileInfo ReadVolumeFileInfo(const std::string& path) {
     throw InputError(path, "volume files are not readable in this build");
@@ -15,4 +15,4 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> ReadVolumeFile(const std::string& pa
     throw InputError(path, "volume files are not readable in this build");
 }
 
-}  // namespace zrslice
+}  // namespace zrio

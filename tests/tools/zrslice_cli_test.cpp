@@ -13,10 +13,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tool_test_support.h"
-#include "tools/zrslice/png_io.h"
+#include "tests/io/file_test_support.h"
+#include "io/png_io.h"
 
-namespace zrslice {
+namespace zrio {
 namespace {
 
 namespace fs = std::filesystem;
@@ -200,4 +200,4 @@ TEST(ZrsliceDemo, GalleryIsCompleteAndReplayable) {
 }
 
 }  // namespace
-}  // namespace zrslice
+}  // namespace zrio

@@ -4,9 +4,15 @@
 #include <filesystem>
 
 #include "host/phantoms.h"
-#include "input_error.h"
+#include "io/input_error.h"
 
 namespace zrslice {
+
+using zrio::InputError;
+using zrio::PluginSession;
+using zrio::RenderOutput;
+using zrio::RequestFile;
+using zrio::RgbaImage;
 
 namespace {
 
@@ -351,17 +357,17 @@ void RunDemo(const std::string& folder, PluginSession& plugin, int size, bool qu
         const DemoItem& item = items[n];
         const std::string requestPath = (fs::path(folder) / (item.name + ".json")).string();
         if (!quiet) std::fprintf(stderr, "zrslice: [%zu/%zu] %s\n", n + 1, items.size(), item.name.c_str());
-        const RequestFile file = ParseRequestDocument(item.document, requestPath, fs::path(folder));
-        RenderOutput output = RunRequestFile(file, plugin);
-        WriteTextFile(requestPath, RequestFileText(item.document));
-        WriteRenderOutput(output, OutputPathsFor((fs::path(folder) / (item.name + ".png")).string()));
+        const RequestFile file = zrio::ParseRequestDocument(item.document, requestPath, fs::path(folder));
+        RenderOutput output = zrio::RunRequestFile(file, plugin);
+        zrio::WriteTextFile(requestPath, RequestFileText(item.document));
+        zrio::WriteRenderOutput(output, zrio::OutputPathsFor((fs::path(folder) / (item.name + ".png")).string()));
         pictures.push_back(std::move(output.picture));
         captions.push_back(item.name);
         index += "- `" + item.name + ".png`: " + item.description + "\n";
     }
-    WriteRenderOutput({ContactSheet(pictures, captions, 5), std::nullopt, nlohmann::json::object()},
+    zrio::WriteRenderOutput({ContactSheet(pictures, captions, 5), std::nullopt, nlohmann::json::object()},
                       {(fs::path(folder) / "contact-sheet.png").string(), "", ""});
-    WriteTextFile((fs::path(folder) / "index.md").string(), index);
+    zrio::WriteTextFile((fs::path(folder) / "index.md").string(), index);
 }
 
 }  // namespace zrslice

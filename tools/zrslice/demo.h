@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "render_run.h"
+#include "io/render_run.h"
 
 namespace zrslice {
 
@@ -25,7 +25,7 @@ std::vector<DemoItem> DemoItems(int size = 256);
 // Renders every item into `folder` (<name>.png, <name>.json request, and the
 // outputs of render) and writes contact-sheet.png and index.md. `log` gets
 // one line per picture unless null.
-void RunDemo(const std::string& folder, PluginSession& plugin, int size, bool quiet);
+void RunDemo(const std::string& folder, zrio::PluginSession& plugin, int size, bool quiet);
 
 // A request document as written to disk: indented, with number arrays kept
 // on one line.
@@ -33,7 +33,7 @@ std::string RequestFileText(const nlohmann::json& document);
 
 // Tiles pictures in rows of `columns` over a dark background, each with its
 // caption (upper-case letters, digits and '-' are drawn) under it.
-RgbaImage ContactSheet(const std::vector<RgbaImage>& pictures, const std::vector<std::string>& captions,
+zrio::RgbaImage ContactSheet(const std::vector<zrio::RgbaImage>& pictures, const std::vector<std::string>& captions,
                        int columns);
 
 }  // namespace zrslice

@@ -17,9 +17,9 @@
 #include <CLI/CLI.hpp>
 
 #include "demo.h"
-#include "info.h"
-#include "input_error.h"
-#include "render_run.h"
+#include "io/info.h"
+#include "io/input_error.h"
+#include "io/render_run.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ int Fail(const std::string& line) {
 int main(int argc, char** argv) {
     CLI::App app{"zrslice: command-line host of the CPU sectional render plug-in"};
     app.require_subcommand(1);
-    std::string plugin = zrslice::DefaultPluginPath();
+    std::string plugin = zrio::DefaultPluginPath();
     bool quiet = false;
     app.add_option("--plugin", plugin, "plug-in library to load (default: beside this program)");
     app.add_flag("-q,--quiet", quiet, "no progress lines");
@@ -63,18 +63,18 @@ int main(int argc, char** argv) {
 
     try {
         if (*info) {
-            std::fputs(zrslice::DescribeFile(infoPath).c_str(), stdout);
+            std::fputs(zrio::DescribeFile(infoPath).c_str(), stdout);
             return 0;
         }
-        zrslice::PluginSession session(plugin);
+        zrio::PluginSession session(plugin);
         if (*render) {
-            const zrslice::RequestFile file = zrslice::ParseRequestFile(requestPath);
+            const zrio::RequestFile file = zrio::ParseRequestFile(requestPath);
             auto progress = [&](size_t k, size_t n, const std::string& source) {
                 if (!quiet && n > 1) std::fprintf(stderr, "zrslice: request %zu/%zu %s\n", k + 1, n, source.c_str());
             };
-            const zrslice::RenderOutput output = zrslice::RunRequestFile(file, session, progress);
-            const zrslice::OutputPaths paths = zrslice::OutputPathsFor(out);
-            zrslice::WriteRenderOutput(output, paths);
+            const zrio::RenderOutput output = zrio::RunRequestFile(file, session, progress);
+            const zrio::OutputPaths paths = zrio::OutputPathsFor(out);
+            zrio::WriteRenderOutput(output, paths);
             if (!quiet) std::fprintf(stderr, "zrslice: wrote %s\n", paths.picture.c_str());
             return 0;
         }
@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
         if (!quiet)
             std::fprintf(stderr, "zrslice: demo pictures in %s (contact-sheet.png shows them all)\n", demoFolder.c_str());
         return 0;
-    } catch (const zrslice::InputError& e) {
+    } catch (const zrio::InputError& e) {
         return Fail(e.Line());
     } catch (const zrobjects::PluginLoadError& e) {
         return Fail(e.what());

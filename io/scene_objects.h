@@ -15,7 +15,7 @@
 
 #include "host/zr_visual.h"
 
-namespace zrslice {
+namespace zrio {
 
 // `where` is the object's path in the document; relative file names are taken
 // from `baseDirectory`.
@@ -36,4 +36,4 @@ const std::vector<std::string>& TablePresetNames();
 // Colour of each head label (index = label), red, green, blue in 0..1.
 glm::dvec3 LabelColour(int label);
 
-}  // namespace zrslice
+}  // namespace zrio

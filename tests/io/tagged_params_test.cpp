@@ -4,9 +4,9 @@
 
 #include <glm/glm.hpp>
 
-#include "tools/zrslice/tagged_params.h"
+#include "io/tagged_params.h"
 
-namespace zrslice {
+namespace zrio {
 namespace {
 
 using nlohmann::json;
@@ -111,4 +111,4 @@ TEST(TaggedParams, ListsConvertBackToJson) {
 }
 
 }  // namespace
-}  // namespace zrslice
+}  // namespace zrio

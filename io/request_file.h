@@ -20,7 +20,7 @@
 #include "host/module_request.h"
 #include "host/zr_image.h"
 
-namespace zrslice {
+namespace zrio {
 
 struct CameraSpec {
     glm::dvec3 position{0.0};
@@ -97,4 +97,4 @@ Scene BuildScene(const RequestFile& file);
 // The request's byte order as resolved (see RequestFile::byteOrder).
 ByteOrder ResolveByteOrder(const RequestFile& file);
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace zrslice::testing {
+namespace zrio::testing {
 
 // A fresh folder under the system's temporary folder, removed at the end.
 class ScratchFolder {
@@ -70,4 +70,4 @@ inline std::vector<char> NiftiInt16(int nx, int ny, int nz, float sx, float sy, 
     return bytes;
 }
 
-}  // namespace zrslice::testing
+}  // namespace zrio::testing

@@ -14,7 +14,7 @@
 #include "png_io.h"
 #include "request_file.h"
 
-namespace zrslice {
+namespace zrio {
 
 // The plug-in, initialised on construction and de-initialised on destruction,
 // as a host holds it.
@@ -61,4 +61,4 @@ void WriteRenderOutput(const RenderOutput& output, const OutputPaths& paths);
 // Writes `text` to `path` the same all-or-nothing way.
 void WriteTextFile(const std::string& path, const std::string& text);
 
-}  // namespace zrslice
+}  // namespace zrio

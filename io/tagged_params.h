@@ -12,7 +12,7 @@
 
 #include "host/param_map.h"
 
-namespace zrslice {
+namespace zrio {
 
 // The tags a key may carry, e.g. "float3" or "vlist_DOUBLE2"; empty when the
 // key has none of them. The longest matching tag wins ("vlist_FLOAT3" over
@@ -33,4 +33,4 @@ zrobjects::ParamMap ConvertParamObject(const nlohmann::json& object, const std::
 // Returns null for types it does not know.
 nlohmann::json TaggedValueToJson(const std::any& value);
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -7,13 +7,13 @@
 #include <tuple>
 
 #include "host/volume_builder.h"
-#include "tool_test_support.h"
-#include "tools/zrslice/input_error.h"
-#include "tools/zrslice/mesh_files.h"
-#include "tools/zrslice/png_io.h"
-#include "tools/zrslice/volume_files.h"
+#include "tests/io/file_test_support.h"
+#include "io/input_error.h"
+#include "io/mesh_files.h"
+#include "io/png_io.h"
+#include "io/volume_files.h"
 
-namespace zrslice {
+namespace zrio {
 namespace {
 
 using testing::ScratchFolder;
@@ -183,4 +183,4 @@ TEST(PngFiles, RoundTripsColourAndSixteenBitValues) {
 }
 
 }  // namespace
-}  // namespace zrslice
+}  // namespace zrio

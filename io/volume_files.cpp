@@ -15,7 +15,7 @@
 
 #include "input_error.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -140,4 +140,4 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> ReadRawVolume(const std::string& pat
     throw InputError(path, "unknown voxel type");
 }
 
-}  // namespace zrslice
+}  // namespace zrio

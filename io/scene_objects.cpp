@@ -15,7 +15,7 @@
 #include "mesh_files.h"
 #include "volume_files.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -326,4 +326,4 @@ std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const json& sourc
     return MakeMeshObject(arrays);
 }
 
-}  // namespace zrslice
+}  // namespace zrio

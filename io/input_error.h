@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace zrslice {
+namespace zrio {
 
 class InputError : public std::runtime_error {
 public:
@@ -24,4 +24,4 @@ private:
 // Collapses a multi-line library message to its first non-empty line.
 std::string FirstLine(const std::string& text);
 
-}  // namespace zrslice
+}  // namespace zrio

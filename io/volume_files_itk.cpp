@@ -24,7 +24,7 @@
 #include "input_error.h"
 #include "volume_files.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -256,4 +256,4 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> ReadVolumeFile(const std::string& pa
     }
 }
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -11,7 +11,7 @@
 #include "tagged_params.h"
 #include "volume_files.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -287,4 +287,4 @@ ByteOrder ResolveByteOrder(const RequestFile& file) {
     return rgba != last.end() && std::any_cast<bool>(rgba->second) ? ByteOrder::Rgba : ByteOrder::Bgra;
 }
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace zrslice {
+namespace zrio {
 
 struct RgbaImage {
     int width = 0, height = 0;
@@ -27,4 +27,4 @@ void WritePngGrey16(const std::string& path, const GreyImage16& image);
 RgbaImage ReadPngRgba(const std::string& path);
 GreyImage16 ReadPngGrey16(const std::string& path);
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -10,7 +10,7 @@
 #include <glm/glm.hpp>
 #include <nlohmann/json.hpp>
 
-namespace zrslice {
+namespace zrio {
 
 class Fields {
 public:
@@ -51,4 +51,4 @@ glm::dmat4 MatrixAt(const nlohmann::json& value, const std::string& where);
 // "string 'abc'" / "number 3": a value as shown in messages.
 std::string Shown(const nlohmann::json& value);
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -9,7 +9,7 @@
 #include "host/phantoms.h"
 #include "host/zr_visual.h"
 
-namespace zrslice {
+namespace zrio {
 
 // Every mesh of the file, with its node transforms applied, merged into one
 // array set: triangles when the file has faces, otherwise its vertices as a
@@ -30,4 +30,4 @@ MeshFileInfo ReadMeshFileInfo(const std::string& path);
 // past the vertices).
 std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(const zrobjects::MeshArrays& mesh);
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -11,7 +11,7 @@
 
 #include "input_error.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(const zrobjects::M
     return zrobjects::MakeMeshPrimitive(arrays);
 }
 
-}  // namespace zrslice
+}  // namespace zrio

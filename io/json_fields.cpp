@@ -3,7 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 
-namespace zrslice {
+namespace zrio {
 
 using nlohmann::json;
 
@@ -117,4 +117,4 @@ glm::dvec3 Fields::Vec3(const char* name, const glm::dvec3& fallback) const {
     return Has(name) ? Vec3(name) : fallback;
 }
 
-}  // namespace zrslice
+}  // namespace zrio

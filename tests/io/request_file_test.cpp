@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "host/zrobjects.h"
-#include "tool_test_support.h"
-#include "tools/zrslice/input_error.h"
-#include "tools/zrslice/request_file.h"
+#include "tests/io/file_test_support.h"
+#include "io/input_error.h"
+#include "io/request_file.h"
 
-namespace zrslice {
+namespace zrio {
 namespace {
 
 using nlohmann::json;
@@ -163,4 +163,4 @@ TEST(RequestFileErrors, UnreadableFiles) {
 }
 
 }  // namespace
-}  // namespace zrslice
+}  // namespace zrio

@@ -9,7 +9,7 @@
 
 #include <glm/glm.hpp>
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -172,4 +172,4 @@ json TaggedValueToJson(const std::any& value) {
     return nullptr;
 }
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -12,7 +12,7 @@
 #include "input_error.h"
 #include "tagged_params.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -230,4 +230,4 @@ void WriteTextFile(const std::string& path, const std::string& text) {
     }
 }
 
-}  // namespace zrslice
+}  // namespace zrio

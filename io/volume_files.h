@@ -14,7 +14,7 @@
 
 #include "host/volume_builder.h"
 
-namespace zrslice {
+namespace zrio {
 
 // Voxel types the module can draw.
 enum class VoxelKind { Int8, UInt8, Int16, UInt16, Float32 };
@@ -62,4 +62,4 @@ void CheckVolumeSize(const glm::ivec3& dims, size_t voxelBytes);
 // Physical memory of this machine in bytes (a large fallback when unknown).
 uint64_t PhysicalMemoryBytes();
 
-}  // namespace zrslice
+}  // namespace zrio

@@ -8,7 +8,7 @@
 #include "mesh_files.h"
 #include "volume_files.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -56,4 +56,4 @@ std::string DescribeFile(const std::string& path) {
     return text;
 }
 
-}  // namespace zrslice
+}  // namespace zrio

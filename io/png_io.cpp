@@ -9,7 +9,7 @@
 
 #include "input_error.h"
 
-namespace zrslice {
+namespace zrio {
 
 namespace {
 
@@ -139,4 +139,4 @@ GreyImage16 ReadPngGrey16(const std::string& path) {
     return image;
 }
 
-}  // namespace zrslice
+}  // namespace zrio

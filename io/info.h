@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace zrslice {
+namespace zrio {
 
 // Throws InputError naming the file when it cannot be read.
 std::string DescribeFile(const std::string& path);
@@ -12,4 +12,4 @@ std::string DescribeFile(const std::string& path);
 // True for file names that assimp reads as meshes (by extension).
 bool IsMeshFileName(const std::string& path);
 
-}  // namespace zrslice
+}  // namespace zrio
