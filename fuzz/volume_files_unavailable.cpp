@@ -3,15 +3,18 @@
 // reader under fuzzing never loads files, so these are never reached there;
 // should they be, they refuse like any unreadable file.
 #include "io/input_error.h"
-#include "io/volume_files.h"
+#include "io/volume_readers.h"
 
 namespace zrio {
 
-VolumeFileInfo ReadVolumeFileInfo(const std::string& path) {
+bool IsNiftiFile(const std::string&) { return false; }
+bool IsDicomInput(const std::string&) { return false; }
+
+VolumeFileInfo ReadItkInfo(const std::string& path, const VolumeChoice&) {
     throw InputError(path, "volume files are not readable in this build");
 }
 
-std::shared_ptr<zrobjects::ZrVObjectVolume> ReadVolumeFile(const std::string& path, std::optional<VoxelKind>) {
+VoxelGrid ReadItkGrid(const std::string& path, const VolumeChoice&, VolumeFileInfo&) {
     throw InputError(path, "volume files are not readable in this build");
 }
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "host/zr_types.h"
 #include "mesh_files.h"
 #include "volume_files.h"
 
@@ -41,18 +42,45 @@ std::string DescribeFile(const std::string& path) {
                 Format(" .. %.3f %.3f %.3f\n", info.boundsMax.x, info.boundsMax.y, info.boundsMax.z);
         return text;
     }
-    const VolumeFileInfo info = ReadVolumeFileInfo(path);
+    const VolumeFile file = ReadVolumeFile(path);
+    const VolumeFileInfo& info = file.info;
+    const VolumeValues& values = file.loaded.values;
     const auto& g = info.geometry;
+    const std::string units = values.units.empty() ? "" : " " + values.units;
     text += "  kind:      volume (" + info.format + ")\n";
     text += "  size:      " + std::to_string(info.dims.x) + " x " + std::to_string(info.dims.y) + " x " +
             std::to_string(info.dims.z) + " voxels\n";
     text += "  voxels:    " + info.componentType +
-            (info.components == 1 ? std::string() : " x " + std::to_string(info.components) + " components") + "\n";
+            (info.components == 1 ? std::string() : " x " + std::to_string(info.components) + " components");
+    if (info.slope != 1.0 || info.intercept != 0.0)
+        text += Format(", scaled: value = stored x %.6g + %.6g", info.slope, info.intercept, 0.0);
+    text += "\n";
+    text += Format("  values:    %.6g .. %.6g", values.min, values.max, 0.0) + units +
+            Format(" (1st to 99th percentile %.6g .. %.6g)\n", values.low, values.high, 0.0);
+    const zrobjects::data_type& stored = file.loaded.volume->GetVolumeData()->voxelType;
+    if (values.isFloat)
+        text += "  module:    float32 voxels, windowed in the values above\n";
+    else if (stored == zrobjects::MakeDataType<unsigned short>() || stored == zrobjects::MakeDataType<unsigned char>())
+        text += std::string("  module:    ") + (stored.size == 1 ? "uint8" : "uint16") + " voxels holding value + " +
+                std::to_string(values.offset) + "; tables are written in the values above\n";
+    else
+        text += "  module:    signed voxels as forced; tables index their 16-bit words\n";
+    if (info.window) text += Format("  window:    centre %.6g, width %.6g (the file's own)\n", info.window->x, info.window->y, 0.0);
     text += Format("  spacing:   %.6g %.6g %.6g mm\n", g.spacing.x, g.spacing.y, g.spacing.z);
-    text += Format("  origin:    %.6g %.6g %.6g mm\n", g.origin.x, g.origin.y, g.origin.z);
+    text += Format("  origin:    %.6g %.6g %.6g mm", g.origin.x, g.origin.y, g.origin.z) +
+            " (world LPS: x to the patient's left, y posterior, z superior)\n";
     for (int row = 0; row < 3; ++row)
         text += Format(row == 0 ? "  direction: %.6g %.6g %.6g\n" : "             %.6g %.6g %.6g\n", g.direction[0][row],
                        g.direction[1][row], g.direction[2][row]);
+    if (!info.placement.empty()) text += "  placed by: " + info.placement + "\n";
+    for (const std::string& note : info.notes) text += "  note:      " + note + "\n";
+    for (const std::string& warning : file.loaded.warnings) text += "  warning:   " + warning + "\n";
+    if (!info.choices.empty()) {
+        text += "  holds:     " + std::to_string(info.choices.size()) + " volumes; pick one with \"series\" or \"frame\":\n";
+        for (const std::string& choice : info.choices) text += "             " + choice + "\n";
+    }
+    text += "  use:       {\"type\": \"volume\", \"file\": \"" + path +
+            "\"} in a request file's objects (docs/request-format.md)\n";
     return text;
 }
 

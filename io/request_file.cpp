@@ -131,6 +131,45 @@ SceneEntryDescription ParseEntry(const json& value, size_t index, const std::vec
     return entry;
 }
 
+// Gives a volume its table directory from the scene entry. Integer volumes
+// get their tables built at entry = value + offset; a float volume's WINDOWING
+// description also becomes the float path's window or curve on the entry
+// (unless the entry sets them itself), since the module windows float
+// volumes without a table. A volume without a table uses the file's own
+// window when it has one.
+template <class TableFor>
+void AttachTables(const SceneEntryDescription& described, const LoadedVolume& loaded, TableFor tableFor,
+                  const std::map<std::string, const ObjectSpec*>& specs, Scene& scene,
+                  zrobjects::ParamMap& entryParams, zrobjects::ZrVObjectVolume& volume) {
+    const std::string where = "objects." + described.object;
+    const int offset = loaded.values.offset;
+    for (const auto& [dirName, target] : described.tables)
+        volume.SetTableObject(dirName, dirName == "MASKVOLUME" ? scene.objects.at(target) : tableFor(target, offset));
+    const bool floatWindowGiven = entryParams.count("_double_WindowingCenter") ||
+                                  entryParams.count("_double_WindowingWidth") ||
+                                  entryParams.count("_vlist_DOUBLE2_ITF");
+    auto windowing = described.tables.find("WINDOWING");
+    if (windowing == described.tables.end() && loaded.window) {
+        // The file's own window, in its values.
+        const nlohmann::json own = {{"type", "table"},
+                                    {"window", {{"centre", loaded.window->x}, {"width", loaded.window->y}}}};
+        char text[96];
+        std::snprintf(text, sizeof(text), "no WINDOWING table given: using the file's own window (centre %g, width %g)",
+                      loaded.window->x, loaded.window->y);
+        scene.warnings.push_back(where + ": " + text);
+        volume.SetTableObject("WINDOWING", BuildTableObject(own, where, {}, offset));
+        if (loaded.values.isFloat && !floatWindowGiven)
+            for (auto& [key, value] : FloatWindowParams(own, where)) entryParams[key] = value;
+        return;
+    }
+    if (!loaded.values.isFloat || floatWindowGiven) return;
+    if (windowing == described.tables.end())
+        throw std::invalid_argument(where + ": a float volume needs something to window it: give it a WINDOWING "
+                                            "table (a window, control points or a window preset)");
+    const std::string table = windowing->second;
+    for (auto& [key, value] : FloatWindowParams(specs.at(table)->source, "objects." + table)) entryParams[key] = value;
+}
+
 }  // namespace
 
 glm::dvec2 PixelSpacing(const ImageSpec& image) {
@@ -231,40 +270,49 @@ Scene BuildScene(const RequestFile& file) {
         scene.image = zrobjects::MakeSectionImage(view);
         for (const auto& [key, value] : file.image.params) scene.image->SetObjParam(key, value);
 
-        // Only objects that the scene list uses (directly or as a table) are built.
+        // Only objects that the scene list uses (directly or as a table) are
+        // built. Tables are built per volume, in the volume's own values.
         std::set<std::string> used;
         for (const SceneEntryDescription& e : file.scene) {
             used.insert(e.object);
             for (const auto& [dirName, target] : e.tables) used.insert(target);
         }
+        std::map<std::string, const ObjectSpec*> specs;
+        for (const ObjectSpec& o : file.objects) specs[o.name] = &o;
         for (const ObjectSpec& o : file.objects) {
             if (!used.count(o.name)) continue;
             const std::string where = "objects." + o.name;
-            switch (o.kind) {
-                case ObjectSpec::Kind::Volume:
-                    scene.objects[o.name] = BuildVolumeObject(o.source, where, file.baseDirectory);
-                    break;
-                case ObjectSpec::Kind::Table:
-                    scene.objects[o.name] = BuildTableObject(o.source, where, file.baseDirectory);
-                    break;
-                case ObjectSpec::Kind::Mesh:
-                    scene.objects[o.name] = BuildMeshObject(o.source, where, file.baseDirectory);
-                    break;
+            if (o.kind == ObjectSpec::Kind::Volume) {
+                LoadedVolume loaded = BuildVolumeObject(o.source, where, file.baseDirectory);
+                for (const std::string& w : loaded.warnings) scene.warnings.push_back(where + ": " + w);
+                scene.objects[o.name] = loaded.volume;
+                scene.volumes[o.name] = std::move(loaded);
+            } else if (o.kind == ObjectSpec::Kind::Mesh) {
+                scene.objects[o.name] = BuildMeshObject(o.source, where, file.baseDirectory);
             }
         }
+        std::map<std::pair<std::string, int>, std::shared_ptr<zrobjects::ZrObject>> tables;
+        auto tableFor = [&](const std::string& name, int offset) {
+            auto& table = tables[{name, offset}];
+            if (!table) table = BuildTableObject(specs.at(name)->source, "objects." + name, file.baseDirectory, offset);
+            // Under its name: the table as the first volume that uses it sees it.
+            scene.objects.emplace(name, table);
+            return table;
+        };
         for (const SceneEntryDescription& described : file.scene) {
             auto object = std::static_pointer_cast<zrobjects::ZrVObject>(scene.objects.at(described.object));
+            zrobjects::SceneEntry entry;
+            entry.params = described.params;
             if (auto* volume = dynamic_cast<zrobjects::ZrVObjectVolume*>(object.get())) {
-                for (const auto& [dirName, target] : described.tables) volume->SetTableObject(dirName, scene.objects.at(target));
+                const LoadedVolume& loaded = scene.volumes.at(described.object);
+                AttachTables(described, loaded, tableFor, specs, scene, entry.params, *volume);
             }
             for (const auto& [key, value] : described.objectParams) object->SetObjParam(key, value);
-            zrobjects::SceneEntry entry;
             entry.object = object.get();
             entry.enabled = described.enabled;
             entry.colour = described.colour;
             entry.objectToWorld = described.objectToWorld;
             entry.worldToObject = glm::mat4(glm::inverse(glm::dmat4(described.objectToWorld)));
-            entry.params = described.params;
             scene.entries.push_back(std::move(entry));
         }
     } catch (const InputError&) {

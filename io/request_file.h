@@ -19,6 +19,7 @@
 
 #include "host/module_request.h"
 #include "host/zr_image.h"
+#include "voxel_grid.h"
 
 namespace zrio {
 
@@ -89,7 +90,10 @@ glm::dvec2 PixelSpacing(const ImageSpec& image);
 struct Scene {
     std::shared_ptr<zrobjects::ZrIObject> image;
     std::map<std::string, std::shared_ptr<zrobjects::ZrObject>> objects;
+    std::map<std::string, LoadedVolume> volumes;  // each volume object with its values
     std::vector<zrobjects::SceneEntry> entries;
+    // What the user should hear about the scene, "objects.<name>: ...".
+    std::vector<std::string> warnings;
 };
 
 Scene BuildScene(const RequestFile& file);

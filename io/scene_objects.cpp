@@ -118,19 +118,29 @@ std::vector<uint32_t> LabelEntries() {
     return entries;
 }
 
-std::vector<std::vector<uint32_t>> PresetRows(const std::string& name, const std::string& where) {
+// Window presets in Hounsfield units, for CT.
+struct WindowPreset {
+    const char* name;
+    double centre, width;
+};
+constexpr WindowPreset kHuWindows[] = {
+    {"brain", 40.0, 80.0},   {"softTissue", 40.0, 400.0}, {"bone", 400.0, 1800.0},
+    {"lung", -600.0, 1500.0}, {"ctAngio", 300.0, 600.0},  {"subdural", 75.0, 215.0},
+};
+
+std::vector<std::vector<uint32_t>> PresetRows(const std::string& name, const std::string& where, double offset) {
     using zrobjects::ControlPoint;
-    if (name == "softTissue") return {zrobjects::WindowTableEntries(zrobjects::kHeadSoftTissue, 400.0)};
-    if (name == "bone") return {zrobjects::WindowTableEntries(1424.0, 1800.0)};
+    for (const WindowPreset& preset : kHuWindows)
+        if (name == preset.name) return {zrobjects::WindowTableEntries(preset.centre + offset, preset.width)};
     if (name == "boneColour")
-        return {zrobjects::ControlPointTableEntries({{1150.0, 0.0, 0.0, 0.0, 0.0},
-                                                     {1400.0, 0.85, 0.55, 0.4, 0.35},
-                                                     {1900.0, 1.0, 0.97, 0.88, 1.0}})};
+        return {zrobjects::ControlPointTableEntries({{126.0 + offset, 0.0, 0.0, 0.0, 0.0},
+                                                     {376.0 + offset, 0.85, 0.55, 0.4, 0.35},
+                                                     {876.0 + offset, 1.0, 0.97, 0.88, 1.0}})};
     if (name == "labels") return {LabelEntries()};
     if (name == "maskLabels") {
         // Row 0 is the plain soft-tissue window; row k tints label k's voxels
         // with its colour at half opacity over that window.
-        std::vector<std::vector<uint32_t>> rows = {zrobjects::WindowTableEntries(zrobjects::kHeadSoftTissue, 400.0)};
+        std::vector<std::vector<uint32_t>> rows = {zrobjects::WindowTableEntries(40.0 + offset, 400.0)};
         for (int label = 1; label < zrobjects::kLabelCount; ++label) {
             const glm::dvec3 c = LabelColour(label);
             rows.emplace_back(zrobjects::kFullTableLength, zrobjects::PackEntry(UnitByte(c.r), UnitByte(c.g), UnitByte(c.b), 128));
@@ -145,7 +155,8 @@ std::vector<std::vector<uint32_t>> PresetRows(const std::string& name, const std
 int CountOf(const Fields& f) { return f.Int("count", zrobjects::kFullTableLength, 1, 1 << 24); }
 
 // One table row from a description with exactly one source.
-std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string& where, const fs::path& base, bool nested) {
+std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string& where, const fs::path& base, bool nested,
+                                          double offset) {
     const Fields f(source, where);
     if (nested)
         f.OnlyKnown({"window", "controlPoints", "count", "entries", "entriesFile", "rowLength", "preset"});
@@ -162,7 +173,7 @@ std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string&
             w.OnlyKnown({"centre", "width"});
             const double width = w.Number("width");
             if (!(width > 0.0)) Fail(w.PathOf("width"), "window width must be positive");
-            return {zrobjects::WindowTableEntries(w.Number("centre"), width, CountOf(f))};
+            return {zrobjects::WindowTableEntries(w.Number("centre") + offset, width, CountOf(f))};
         }
         if (f.Has("controlPoints")) {
             const json& list = f.Raw("controlPoints");
@@ -177,11 +188,11 @@ std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string&
                 for (int c = 1; c < 5; ++c)
                     if (v[c] < 0.0 || v[c] > 1.0) Fail(pat, "colour and opacity must be in 0..1");
                 if (!points.empty() && v[0] < points.back().value) Fail(pat, "control points must be sorted by value");
-                points.push_back({v[0], v[1], v[2], v[3], v[4]});
+                points.push_back({v[0] + offset, v[1], v[2], v[3], v[4]});
             }
             return {zrobjects::ControlPointTableEntries(points, CountOf(f))};
         }
-        if (f.Has("preset")) return PresetRows(f.String("preset"), f.PathOf("preset"));
+        if (f.Has("preset")) return PresetRows(f.String("preset"), f.PathOf("preset"), offset);
         std::vector<uint32_t> entries;
         if (f.Has("entries")) {
             const json& list = f.Raw("entries");
@@ -214,7 +225,7 @@ std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string&
     if (!rowList.is_array() || rowList.empty()) Fail(f.PathOf("rows"), "expects a non-empty array of row descriptions");
     std::vector<std::vector<uint32_t>> rows;
     for (size_t k = 0; k < rowList.size(); ++k) {
-        auto part = RowsOf(rowList[k], f.PathOf("rows") + "[" + std::to_string(k) + "]", base, true);
+        auto part = RowsOf(rowList[k], f.PathOf("rows") + "[" + std::to_string(k) + "]", base, true, offset);
         for (auto& r : part) rows.push_back(std::move(r));
     }
     return rows;
@@ -223,7 +234,12 @@ std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string&
 }  // namespace
 
 const std::vector<std::string>& TablePresetNames() {
-    static const std::vector<std::string> names = {"softTissue", "bone", "boneColour", "labels", "maskLabels"};
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> list;
+        for (const WindowPreset& preset : kHuWindows) list.push_back(preset.name);
+        for (const char* other : {"boneColour", "labels", "maskLabels"}) list.push_back(other);
+        return list;
+    }();
     return names;
 }
 
@@ -233,8 +249,9 @@ glm::dvec3 LabelColour(int label) {
     return label >= 0 && label < zrobjects::kLabelCount ? colours[label] : glm::dvec3(0.0);
 }
 
-std::vector<std::vector<uint32_t>> TableRows(const json& source, const std::string& where, const fs::path& base) {
-    auto rows = RowsOf(source, where, base, false);
+std::vector<std::vector<uint32_t>> TableRows(const json& source, const std::string& where, const fs::path& base,
+                                             int valueOffset) {
+    auto rows = RowsOf(source, where, base, false, valueOffset);
     for (size_t r = 1; r < rows.size(); ++r)
         if (rows[r].size() != rows[0].size())
             Fail(where, "table row " + std::to_string(r) + " has " + std::to_string(rows[r].size()) +
@@ -242,24 +259,84 @@ std::vector<std::vector<uint32_t>> TableRows(const json& source, const std::stri
     return rows;
 }
 
-std::shared_ptr<zrobjects::ZrObject> BuildTableObject(const json& source, const std::string& where, const fs::path& base) {
-    return zrobjects::MakeTableObject(TableRows(source, where, base));
+zrobjects::ParamMap FloatWindowParams(const json& source, const std::string& where) {
+    const Fields f(source, where);
+    zrobjects::ParamMap params;
+    auto window = [&](double centre, double width) {
+        params["_double_WindowingCenter"] = centre;
+        params["_double_WindowingWidth"] = width;
+        return params;
+    };
+    if (f.Has("window")) {
+        const Fields w(f.Raw("window"), f.PathOf("window"));
+        const double width = w.Number("width");
+        if (!(width > 0.0)) Fail(w.PathOf("width"), "window width must be positive");
+        return window(w.Number("centre"), width);
+    }
+    if (f.Has("preset")) {
+        const std::string name = f.String("preset");
+        for (const WindowPreset& preset : kHuWindows)
+            if (name == preset.name) return window(preset.centre, preset.width);
+    }
+    if (f.Has("controlPoints")) {
+        // The float kernel maps a value through the curve and spreads the
+        // curve's outputs from its first to its last point over black to white,
+        // so the grey of each point is its colour's mean and the curve must end
+        // brighter than it starts.
+        std::vector<glm::dvec2> curve;
+        for (const json& point : f.Raw("controlPoints")) {
+            const double grey = (point[1].get<double>() + point[2].get<double>() + point[3].get<double>()) / 3.0;
+            curve.emplace_back(point[0].get<double>(), grey);
+        }
+        if (curve.size() < 2 || !(curve.back().y > curve.front().y))
+            Fail(f.PathOf("controlPoints"),
+                 "for a float volume the control points must end brighter than they start (at least two points)");
+        for (size_t k = 1; k < curve.size(); ++k)
+            if (!(curve[k].x > curve[k - 1].x))
+                Fail(f.PathOf("controlPoints"), "for a float volume the control point values must increase strictly");
+        params["_vlist_DOUBLE2_ITF"] = curve;
+        return params;
+    }
+    Fail(where, "a float volume is windowed by a window, control points or a window preset (" +
+                    [] {
+                        std::string list;
+                        for (const WindowPreset& preset : kHuWindows) list += (list.empty() ? "" : ", ") + std::string(preset.name);
+                        return list;
+                    }() +
+                    ")");
 }
 
-std::shared_ptr<zrobjects::ZrVObjectVolume> BuildVolumeObject(const json& source, const std::string& where,
-                                                              const fs::path& base) {
+std::shared_ptr<zrobjects::ZrObject> BuildTableObject(const json& source, const std::string& where, const fs::path& base,
+                                                      int valueOffset) {
+    return zrobjects::MakeTableObject(TableRows(source, where, base, valueOffset));
+}
+
+LoadedVolume BuildVolumeObject(const json& source, const std::string& where, const fs::path& base) {
     const Fields f(source, where);
     f.OnlyKnown({"type", "phantom", "file", "raw", "dims", "spacing", "origin", "direction", "voxelType", "headerBytes",
-                 "byteOrder"});
+                 "byteOrder", "series", "frame"});
     const int sources = f.Has("phantom") + f.Has("file") + f.Has("raw");
     if (sources != 1) Fail(where, "a volume needs exactly one of phantom, file, raw");
     if (f.Has("phantom")) {
         const std::string name = f.String("phantom");
         const zrobjects::PhantomGrid grid = GridOf(f);
-        if (name == "head") return zrobjects::MakeHeadPhantom(grid);
-        if (name == "labels") return zrobjects::MakeLabelPhantom(grid);
-        if (name == "dose") return zrobjects::MakeDosePhantom(grid);
-        Fail(f.PathOf("phantom"), "unknown phantom \"" + name + "\" (head, labels, dose)");
+        LoadedVolume loaded;
+        if (name == "head") {
+            // CT-like: Hounsfield units stored with the offset 1024.
+            loaded.volume = zrobjects::MakeHeadPhantom(grid);
+            loaded.values = MeasureValues(*loaded.volume, 1024);
+            loaded.values.units = "HU";
+        } else if (name == "labels") {
+            loaded.volume = zrobjects::MakeLabelPhantom(grid);
+            loaded.values = MeasureValues(*loaded.volume, 0);
+        } else if (name == "dose") {
+            loaded.volume = zrobjects::MakeDosePhantom(grid);
+            loaded.values = MeasureValues(*loaded.volume, 0);
+            loaded.values.units = "Gy";
+        } else {
+            Fail(f.PathOf("phantom"), "unknown phantom \"" + name + "\" (head, labels, dose)");
+        }
+        return loaded;
     }
     std::optional<VoxelKind> kind;
     if (f.Has("voxelType")) {
@@ -269,7 +346,22 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> BuildVolumeObject(const json& source
             Fail(f.PathOf("voxelType"), e.what());
         }
     }
-    if (f.Has("file")) return ReadVolumeFile(Resolve(base, f.String("file")), kind);
+    if (f.Has("file")) {
+        VolumeChoice choice;
+        if (f.Has("series")) {
+            const json& series = f.Raw("series");
+            if (series.is_string())
+                choice.series = series.get<std::string>();
+            else if (series.is_number_integer())
+                choice.series = std::to_string(series.get<int64_t>());
+            else
+                Fail(f.PathOf("series"), "expects a series UID (text) or number, got " + Shown(series));
+        }
+        if (f.Has("frame")) choice.frame = f.Int("frame", 0, 0, 1 << 30);
+        return ReadVolumeFile(Resolve(base, f.String("file")), choice, kind).loaded;
+    }
+    for (const char* key : {"series", "frame"})
+        if (f.Has(key)) Fail(f.PathOf(key), "only a volume read from a file has series and frames");
 
     RawVolumeHeader header;
     const json& d = f.Raw("dims");

@@ -13,22 +13,33 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/param_map.h"
 #include "host/zr_visual.h"
+#include "voxel_grid.h"
 
 namespace zrio {
 
 // `where` is the object's path in the document; relative file names are taken
 // from `baseDirectory`.
-std::shared_ptr<zrobjects::ZrVObjectVolume> BuildVolumeObject(const nlohmann::json& source, const std::string& where,
-                                                              const std::filesystem::path& baseDirectory);
+LoadedVolume BuildVolumeObject(const nlohmann::json& source, const std::string& where,
+                               const std::filesystem::path& baseDirectory);
+// Tables are described in the values of the volume they colour: entry =
+// value + `valueOffset` (the volume's offset, see voxel_grid.h). Packed entries
+// are taken as they are.
 std::shared_ptr<zrobjects::ZrObject> BuildTableObject(const nlohmann::json& source, const std::string& where,
-                                                      const std::filesystem::path& baseDirectory);
+                                                      const std::filesystem::path& baseDirectory, int valueOffset);
 std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const nlohmann::json& source, const std::string& where,
                                                                const std::filesystem::path& baseDirectory);
 
 // The packed rows of a table description (without building the object).
 std::vector<std::vector<uint32_t>> TableRows(const nlohmann::json& source, const std::string& where,
-                                             const std::filesystem::path& baseDirectory);
+                                             const std::filesystem::path& baseDirectory, int valueOffset);
+
+// How a float volume is windowed by a table description: a window or window
+// preset gives "_double_WindowingCenter" and "_double_WindowingWidth", control
+// points give the "_vlist_DOUBLE2_ITF" curve of (value, grey). Other
+// descriptions throw std::invalid_argument naming `where`.
+zrobjects::ParamMap FloatWindowParams(const nlohmann::json& source, const std::string& where);
 
 // Names of the table presets and of the built-in shapes, for messages and docs.
 const std::vector<std::string>& TablePresetNames();

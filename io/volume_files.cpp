@@ -1,5 +1,5 @@
-// Voxel kinds, size checks and raw files. The ITK readers live in
-// volume_files_itk.cpp.
+// The choice of reader by file kind, size checks and raw files. The format
+// readers live in their own files (volume_readers.h).
 #include "volume_files.h"
 
 #include <unistd.h>
@@ -14,13 +14,14 @@
 #include <vector>
 
 #include "input_error.h"
+#include "volume_readers.h"
 
 namespace zrio {
 
 namespace {
 
 template <class T>
-std::shared_ptr<zrobjects::ZrVObjectVolume> BuildFromBytes(const std::vector<char>& bytes, const RawVolumeHeader& header) {
+VoxelGrid GridFromBytes(const std::vector<char>& bytes, const RawVolumeHeader& header) {
     const size_t count = bytes.size() / sizeof(T);
     std::vector<T> voxels(count);
     std::memcpy(voxels.data(), bytes.data(), count * sizeof(T));
@@ -32,7 +33,11 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> BuildFromBytes(const std::vector<cha
             std::reverse(b, b + sizeof(T));
         }
     }
-    return zrobjects::MakeVolume<T>(std::span<const T>(voxels), header.dims, header.geometry);
+    VoxelGrid grid;
+    grid.dims = header.dims;
+    grid.geometry = header.geometry;
+    grid.voxels = std::move(voxels);
+    return grid;
 }
 
 }  // namespace
@@ -54,37 +59,6 @@ std::string FirstLine(const std::string& text) {
     return text;
 }
 
-VoxelKind ParseVoxelKind(const std::string& text) {
-    if (text == "int8") return VoxelKind::Int8;
-    if (text == "uint8") return VoxelKind::UInt8;
-    if (text == "int16") return VoxelKind::Int16;
-    if (text == "uint16") return VoxelKind::UInt16;
-    if (text == "float32" || text == "float") return VoxelKind::Float32;
-    throw std::invalid_argument("unknown voxel type \"" + text + "\" (int8, uint8, int16, uint16 or float32)");
-}
-
-const char* VoxelKindName(VoxelKind kind) {
-    switch (kind) {
-        case VoxelKind::Int8: return "int8";
-        case VoxelKind::UInt8: return "uint8";
-        case VoxelKind::Int16: return "int16";
-        case VoxelKind::UInt16: return "uint16";
-        case VoxelKind::Float32: return "float32";
-    }
-    return "?";
-}
-
-size_t VoxelKindBytes(VoxelKind kind) {
-    switch (kind) {
-        case VoxelKind::Int8:
-        case VoxelKind::UInt8: return 1;
-        case VoxelKind::Int16:
-        case VoxelKind::UInt16: return 2;
-        case VoxelKind::Float32: return 4;
-    }
-    return 1;
-}
-
 uint64_t PhysicalMemoryBytes() {
     const long pages = sysconf(_SC_PHYS_PAGES);
     const long pageSize = sysconf(_SC_PAGE_SIZE);
@@ -103,7 +77,7 @@ void CheckVolumeSize(const glm::ivec3& dims, size_t voxelBytes) {
         throw std::invalid_argument("volume of " + text + " voxels is too large for this machine's memory");
 }
 
-std::shared_ptr<zrobjects::ZrVObjectVolume> ReadRawVolume(const std::string& path, const RawVolumeHeader& header) {
+LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header) {
     try {
         CheckVolumeSize(header.dims, VoxelKindBytes(header.kind));
     } catch (const std::invalid_argument& e) {
@@ -126,18 +100,52 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> ReadRawVolume(const std::string& pat
     in.seekg(static_cast<std::streamoff>(header.headerBytes));
     in.read(bytes.data(), static_cast<std::streamsize>(voxelBytes));
     if (!in) throw InputError(path, "read failed before the end of the voxel data");
+    VoxelGrid grid;
+    switch (header.kind) {
+        case VoxelKind::Int8: grid = GridFromBytes<int8_t>(bytes, header); break;
+        case VoxelKind::UInt8: grid = GridFromBytes<uint8_t>(bytes, header); break;
+        case VoxelKind::Int16: grid = GridFromBytes<int16_t>(bytes, header); break;
+        case VoxelKind::UInt16: grid = GridFromBytes<uint16_t>(bytes, header); break;
+        case VoxelKind::Float32: grid = GridFromBytes<float>(bytes, header); break;
+    }
     try {
-        switch (header.kind) {
-            case VoxelKind::Int8: return BuildFromBytes<char>(bytes, header);
-            case VoxelKind::UInt8: return BuildFromBytes<unsigned char>(bytes, header);
-            case VoxelKind::Int16: return BuildFromBytes<short>(bytes, header);
-            case VoxelKind::UInt16: return BuildFromBytes<unsigned short>(bytes, header);
-            case VoxelKind::Float32: return BuildFromBytes<float>(bytes, header);
-        }
+        return ToModuleVolume(std::move(grid));
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
     }
-    throw InputError(path, "unknown voxel type");
+}
+
+VolumeFileInfo ReadVolumeFileInfo(const std::string& path, const VolumeChoice& choice) {
+    std::error_code ec;
+    if (!std::filesystem::exists(path, ec)) throw InputError(path, "no such file or directory");
+    if (IsDicomInput(path)) return ReadDicomInfo(path, choice);
+    if (IsNiftiFile(path)) return ReadNiftiInfo(path, choice);
+    return ReadItkInfo(path, choice);
+}
+
+VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
+    std::error_code ec;
+    if (!std::filesystem::exists(path, ec)) throw InputError(path, "no such file or directory");
+    try {
+        if (IsDicomInput(path)) return ReadDicomGrid(path, choice, info);
+        if (IsNiftiFile(path)) return ReadNiftiGrid(path, choice, info);
+        return ReadItkGrid(path, choice, info);
+    } catch (const std::bad_alloc&) {
+        throw InputError(path, "not enough memory to read the volume");
+    }
+}
+
+VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice, std::optional<VoxelKind> as) {
+    VolumeFile file;
+    VoxelGrid grid = ReadVoxelGrid(path, choice, file.info);
+    try {
+        file.loaded = ToModuleVolume(std::move(grid), as);
+    } catch (const std::invalid_argument& e) {
+        throw InputError(path, e.what());
+    } catch (const std::bad_alloc&) {
+        throw InputError(path, "not enough memory to read the volume");
+    }
+    return file;
 }
 
 }  // namespace zrio

@@ -1,47 +1,66 @@
-// Volumes from files: NIfTI, NRRD, MetaImage and DICOM series directories
-// through ITK (with their spacing, origin and direction), and raw voxel files
-// described by an explicit header. Every failure is an InputError naming the
-// file. ITK stays inside volume_files_itk.cpp so that nothing else compiles its
-// headers.
+// Volumes from files: one reader per format behind one interface (NIfTI-1/2,
+// FreeSurfer MGH, NRRD, MetaImage, DICOM), each saying which rule placed the
+// grid in LPS world coordinates, and raw voxel files described by an explicit
+// header. Every failure is an InputError naming the file, in one line of our
+// own. A grid becomes a module volume by ToModuleVolume (voxel_grid.h).
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <glm/glm.hpp>
 
-#include "host/volume_builder.h"
+#include "voxel_grid.h"
 
 namespace zrio {
 
-// Voxel types the module can draw.
-enum class VoxelKind { Int8, UInt8, Int16, UInt16, Float32 };
+// Which volume of a file to take when it holds several: a DICOM series (its
+// UID or number), a part of a series (echo, time point, orientation) and the
+// time point of a 4-D file. Empty means "the only one"; a file with several
+// and no choice is refused with the list.
+struct VolumeChoice {
+    std::string series;
+    std::optional<int> frame;
+};
 
-// Parses "int8", "uint8", "int16", "uint16", "float32" (also "float"); throws
-// std::invalid_argument naming the text otherwise.
-VoxelKind ParseVoxelKind(const std::string& text);
-const char* VoxelKindName(VoxelKind kind);
-size_t VoxelKindBytes(VoxelKind kind);
-
-// What a volume file holds, without its voxels.
+// What a volume file holds, from its header.
 struct VolumeFileInfo {
-    std::string format;         // "NIfTI", "NRRD", "MetaImage", "DICOM series", ...
+    std::string format;         // "NIfTI-1", "NRRD", "MetaImage", "DICOM series", ...
     std::string componentType;  // as stored, e.g. "short", "double"
     int components = 1;
     glm::ivec3 dims{0};
-    zrobjects::VolumeGeometry geometry;
+    zrobjects::VolumeGeometry geometry;  // LPS
+    // The rule that placed the grid, e.g. "sform (code 2)", "qform", "pixdim
+    // only", "space directions", "image positions of 40 slices".
+    std::string placement;
+    // What a user should know: differing transforms, a sheared grid, a gantry
+    // tilt, uneven spacing, scaling applied...
+    std::vector<std::string> notes;
+    // The volumes a request may choose from ("series" / "frame"), one line each;
+    // empty when the file holds one.
+    std::vector<std::string> choices;
+    int frames = 1;  // time points of a 4-D file
+    // real value = stored * slope + intercept
+    double slope = 1.0, intercept = 0.0;
+    std::string units;
+    std::optional<glm::dvec2> window;  // the file's own window (centre, width), real units
 };
 
-VolumeFileInfo ReadVolumeFileInfo(const std::string& path);
+VolumeFileInfo ReadVolumeFileInfo(const std::string& path, const VolumeChoice& choice = {});
 
-// Reads a volume file (or a DICOM series directory). Without `as` the stored
-// component type is kept when the module can draw it, 64-bit floats become
-// 32-bit floats, and other types are refused with a hint to give "voxelType".
-// With `as` the voxels are converted to that type.
-std::shared_ptr<zrobjects::ZrVObjectVolume> ReadVolumeFile(const std::string& path,
-                                                           std::optional<VoxelKind> as = std::nullopt);
+// Reads a volume file (or a DICOM series directory) and makes its module
+// volume by ToModuleVolume; `as` forces a voxel type.
+struct VolumeFile {
+    LoadedVolume loaded;
+    VolumeFileInfo info;
+};
+VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice = {},
+                          std::optional<VoxelKind> as = std::nullopt);
+
+// The stored grid of a file without making a module volume.
+VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info);
 
 // A raw file: `headerBytes` skipped, then dims.x * dims.y * dims.z voxels of
 // `kind`, x fastest, in the given byte order.
@@ -53,10 +72,12 @@ struct RawVolumeHeader {
     zrobjects::VolumeGeometry geometry;
 };
 
-std::shared_ptr<zrobjects::ZrVObjectVolume> ReadRawVolume(const std::string& path, const RawVolumeHeader& header);
+// Raw voxels are taken as real values (no offset is known): signed kinds are
+// offset into the unsigned range like any file's.
+LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header);
 
 // Refuses a voxel grid that is absurd or would not fit into this machine's
-// memory; `what` names it in the message. Throws std::invalid_argument.
+// memory. Throws std::invalid_argument.
 void CheckVolumeSize(const glm::ivec3& dims, size_t voxelBytes);
 
 // Physical memory of this machine in bytes (a large fallback when unknown).

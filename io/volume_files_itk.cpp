@@ -23,6 +23,7 @@
 
 #include "input_error.h"
 #include "volume_files.h"
+#include "volume_readers.h"
 
 namespace zrio {
 
@@ -158,7 +159,7 @@ glm::ivec3 DimsOf(const itk::ImageIOBase& io, const std::string& path) {
 }
 
 template <class T>
-std::shared_ptr<zrobjects::ZrVObjectVolume> ReadAs(const std::string& path, const glm::ivec3& expectedDims) {
+VoxelGrid ReadAs(const std::string& path, const glm::ivec3& expectedDims) {
     using Image = itk::Image<T, 3>;
     typename Image::Pointer image;
     std::error_code ec;
@@ -178,31 +179,21 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> ReadAs(const std::string& path, cons
     const glm::ivec3 dims(static_cast<int>(size[0]), static_cast<int>(size[1]), static_cast<int>(size[2]));
     if (dims != expectedDims) throw InputError(path, "image size changed between header and voxels");
     const size_t count = static_cast<size_t>(dims.x) * dims.y * dims.z;
-    std::span<const T> voxels(image->GetBufferPointer(), count);
-    try {
-        return zrobjects::MakeVolume<T>(voxels, dims, GeometryOf(*image, path));
-    } catch (const std::invalid_argument& e) {
-        throw InputError(path, e.what());
-    }
+    VoxelGrid grid;
+    grid.dims = dims;
+    grid.geometry = GeometryOf(*image, path);
+    grid.voxels = std::vector<T>(image->GetBufferPointer(), image->GetBufferPointer() + count);
+    return grid;
 }
 
-// What type the stored components become when the caller does not ask.
-std::optional<VoxelKind> NaturalKind(itk::IOComponentEnum type) {
-    using C = itk::IOComponentEnum;
-    switch (type) {
-        case C::CHAR: return VoxelKind::Int8;
-        case C::UCHAR: return VoxelKind::UInt8;
-        case C::SHORT: return VoxelKind::Int16;
-        case C::USHORT: return VoxelKind::UInt16;
-        case C::FLOAT:
-        case C::DOUBLE: return VoxelKind::Float32;
-        default: return std::nullopt;
-    }
+bool IsDirectory(const std::string& path) {
+    std::error_code ec;
+    return fs::is_directory(path, ec);
 }
 
 }  // namespace
 
-VolumeFileInfo ReadVolumeFileInfo(const std::string& path) {
+VolumeFileInfo ReadItkInfo(const std::string& path, const VolumeChoice&) {
     try {
         VolumeFileInfo info;
         auto io = ReadHeader(path, info.format);
@@ -217,43 +208,56 @@ VolumeFileInfo ReadVolumeFileInfo(const std::string& path) {
             for (unsigned row = 0; row < std::min<size_t>(column.size(), 3); ++row)
                 info.geometry.direction[axis][row] = column[row];
         }
+        info.placement = info.format == "NRRD" ? "space directions and origin" : "spacing, origin and direction";
         return info;
     } catch (const itk::ExceptionObject& e) {
         throw InputError(path, "cannot read: " + FirstLine(e.GetDescription()));
     }
 }
 
-std::shared_ptr<zrobjects::ZrVObjectVolume> ReadVolumeFile(const std::string& path, std::optional<VoxelKind> as) {
+VoxelGrid ReadItkGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
     try {
-        std::string format;
-        auto io = ReadHeader(path, format);
-        if (io->GetNumberOfComponents() != 1)
-            throw InputError(path, "has " + std::to_string(io->GetNumberOfComponents()) +
+        info = ReadItkInfo(path, choice);
+        if (info.components != 1)
+            throw InputError(path, "has " + std::to_string(info.components) +
                                        " components per voxel; only scalar volumes can be drawn");
-        const glm::ivec3 dims = DimsOf(*io, path);
-        const std::string stored = itk::ImageIOBase::GetComponentTypeAsString(io->GetComponentType());
-        const std::optional<VoxelKind> kind = as ? as : NaturalKind(io->GetComponentType());
-        if (!kind)
-            throw InputError(path, "stores " + stored +
-                                       " voxels, which the module cannot draw; give \"voxelType\" to convert them");
+        auto io = ReadHeader(path, info.format);
+        using C = itk::IOComponentEnum;
+        const C type = io->GetComponentType();
+        const size_t bytes = type == C::CHAR || type == C::UCHAR ? 1 : type == C::SHORT || type == C::USHORT ? 2
+                           : type == C::DOUBLE ? 8 : 4;
         try {
-            CheckVolumeSize(dims, VoxelKindBytes(*kind));
+            CheckVolumeSize(info.dims, bytes);
         } catch (const std::invalid_argument& e) {
             throw InputError(path, e.what());
         }
-        switch (*kind) {
-            case VoxelKind::Int8: return ReadAs<char>(path, dims);
-            case VoxelKind::UInt8: return ReadAs<unsigned char>(path, dims);
-            case VoxelKind::Int16: return ReadAs<short>(path, dims);
-            case VoxelKind::UInt16: return ReadAs<unsigned short>(path, dims);
-            case VoxelKind::Float32: return ReadAs<float>(path, dims);
+        switch (type) {
+            case C::CHAR: return ReadAs<int8_t>(path, info.dims);
+            case C::UCHAR: return ReadAs<uint8_t>(path, info.dims);
+            case C::SHORT: return ReadAs<int16_t>(path, info.dims);
+            case C::USHORT: return ReadAs<uint16_t>(path, info.dims);
+            case C::INT: return ReadAs<int32_t>(path, info.dims);
+            case C::UINT: return ReadAs<uint32_t>(path, info.dims);
+            case C::FLOAT: return ReadAs<float>(path, info.dims);
+            case C::DOUBLE: return ReadAs<double>(path, info.dims);
+            default:
+                throw InputError(path, "stores " + info.componentType + " voxels, which this program cannot read");
         }
-        throw InputError(path, "unknown voxel type");
     } catch (const itk::ExceptionObject& e) {
         throw InputError(path, "cannot read: " + FirstLine(e.GetDescription()));
-    } catch (const std::bad_alloc&) {
-        throw InputError(path, "not enough memory to read the volume");
     }
+}
+
+// Until their own readers exist, NIfTI and DICOM go through ITK as well.
+bool IsNiftiFile(const std::string&) { return false; }
+VolumeFileInfo ReadNiftiInfo(const std::string& path, const VolumeChoice& choice) { return ReadItkInfo(path, choice); }
+VoxelGrid ReadNiftiGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
+    return ReadItkGrid(path, choice, info);
+}
+bool IsDicomInput(const std::string& path) { return IsDirectory(path); }
+VolumeFileInfo ReadDicomInfo(const std::string& path, const VolumeChoice& choice) { return ReadItkInfo(path, choice); }
+VoxelGrid ReadDicomGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
+    return ReadItkGrid(path, choice, info);
 }
 
 }  // namespace zrio

@@ -37,19 +37,25 @@ std::string ErrorNaming(const std::string& file, Fn fn) {
     return {};
 }
 
-TEST(VolumeFiles, NiftiKeepsVoxelsTypeAndSpacing) {
+TEST(VolumeFiles, NiftiKeepsVoxelsAndSpacingWithSignedValuesOffset) {
     ScratchFolder dir("nifti");
     const std::vector<int16_t> voxels = Ramp(4 * 3 * 2);
     testing::WriteBytes(dir / "ramp.nii", testing::NiftiInt16(4, 3, 2, 0.5f, 0.75f, 2.0f, voxels));
-    auto volume = ReadVolumeFile(dir / "ramp.nii");
+    const VolumeFile file = ReadVolumeFile(dir / "ramp.nii");
+    const auto& volume = file.loaded.volume;
     zrobjects::VolumeData& data = *volume->GetVolumeData();
-    EXPECT_EQ(data.voxelType, zrobjects::MakeDataType<short>());
+    // Signed values reach the module unsigned, offset by 1024.
+    EXPECT_EQ(data.voxelType, zrobjects::MakeDataType<unsigned short>());
+    EXPECT_EQ(file.loaded.values.offset, 1024);
+    EXPECT_EQ(file.loaded.values.min, -7);
+    EXPECT_EQ(file.loaded.values.max, 3 * 23 - 7);
     EXPECT_EQ(data.dims, glm::ivec3(4, 3, 2));
     EXPECT_NEAR(data.voxelPitch.x, 0.5, 1e-6);
     EXPECT_NEAR(data.voxelPitch.z, 2.0, 1e-6);
     for (int z = 0; z < 2; ++z)
         for (int y = 0; y < 3; ++y)
-            for (int x = 0; x < 4; ++x) EXPECT_EQ(zrobjects::VoxelAt<short>(data, x, y, z), voxels[(z * 3 + y) * 4 + x]);
+            for (int x = 0; x < 4; ++x)
+                EXPECT_EQ(zrobjects::VoxelAt<unsigned short>(data, x, y, z), voxels[(z * 3 + y) * 4 + x] + 1024);
     // Voxel (1, 0, 0) lies one spacing along the grid's first axis.
     const glm::vec4 p = volume->GetMatrixOS2RSf() * glm::vec4(1, 0, 0, 1);
     EXPECT_NEAR(glm::length(glm::vec3(p) - glm::vec3(volume->GetMatrixOS2RSf()[3])), 0.5f, 1e-5f);
@@ -58,7 +64,7 @@ TEST(VolumeFiles, NiftiKeepsVoxelsTypeAndSpacing) {
     EXPECT_EQ(info.format, "NIfTI");
     EXPECT_EQ(info.dims, glm::ivec3(4, 3, 2));
     // Converted on request.
-    auto floats = ReadVolumeFile(dir / "ramp.nii", VoxelKind::Float32);
+    auto floats = ReadVolumeFile(dir / "ramp.nii", {}, VoxelKind::Float32).loaded.volume;
     EXPECT_EQ(floats->GetVolumeData()->voxelType, zrobjects::MakeDataType<float>());
     EXPECT_EQ(zrobjects::VoxelAt<float>(*floats->GetVolumeData(), 0, 0, 0), -7.0f);
 }
@@ -72,7 +78,7 @@ TEST(VolumeFiles, NrrdKeepsOriginAndDirection) {
     std::vector<char> bytes(header.begin(), header.end());
     for (uint16_t v : {1, 2, 3, 4}) testing::Append(bytes, v);
     testing::WriteBytes(dir / "tiny.nrrd", bytes);
-    auto volume = ReadVolumeFile(dir / "tiny.nrrd");
+    auto volume = ReadVolumeFile(dir / "tiny.nrrd").loaded.volume;
     EXPECT_EQ(volume->GetVolumeData()->voxelType, zrobjects::MakeDataType<unsigned short>());
     const glm::mat4 m = volume->GetMatrixOS2RSf();
     EXPECT_EQ(glm::vec3(m * glm::vec4(0, 0, 0, 1)), glm::vec3(10, 20, 30));
@@ -90,10 +96,10 @@ TEST(VolumeFiles, RawFilesInBothByteOrders) {
     header.dims = {3, 1, 1};
     header.kind = VoxelKind::UInt16;
     header.headerBytes = 4;
-    auto little = ReadRawVolume(dir / "v.raw", header);
+    auto little = ReadRawVolume(dir / "v.raw", header).volume;
     EXPECT_EQ(zrobjects::VoxelAt<unsigned short>(*little->GetVolumeData(), 2, 0, 0), 0x0506);
     header.bigEndian = true;
-    auto big = ReadRawVolume(dir / "v.raw", header);
+    auto big = ReadRawVolume(dir / "v.raw", header).volume;
     const uint16_t expected = std::endian::native == std::endian::little ? 0x0605 : 0x0506;
     EXPECT_EQ(zrobjects::VoxelAt<unsigned short>(*big->GetVolumeData(), 2, 0, 0), expected);
 }
