@@ -17,6 +17,7 @@
 #include <CLI/CLI.hpp>
 
 #include "demo.h"
+#include "io/diagnostics.h"
 #include "io/info.h"
 #include "io/input_error.h"
 #include "io/render_run.h"
@@ -34,9 +35,10 @@ int main(int argc, char** argv) {
     CLI::App app{"zrslice: command-line host of the CPU sectional render plug-in"};
     app.require_subcommand(1);
     std::string plugin = zrio::DefaultPluginPath();
-    bool quiet = false;
+    bool quiet = false, verbose = false;
     app.add_option("--plugin", plugin, "plug-in library to load (default: beside this program)");
     app.add_flag("-q,--quiet", quiet, "no progress lines");
+    app.add_flag("--verbose", verbose, "let the file-reading libraries print their own diagnostics");
 
     std::string requestPath, out;
     auto* render = app.add_subcommand("render", "run the requests of a request file and write the picture");
@@ -61,6 +63,7 @@ int main(int argc, char** argv) {
         return code == 0 ? 0 : 2;
     }
 
+    zrio::ShowLibraryDiagnostics(verbose);
     try {
         if (*info) {
             std::fputs(zrio::DescribeFile(infoPath).c_str(), stdout);

@@ -1,0 +1,125 @@
+"""Files as users bring them, through the zrslice program.
+
+The files are written at test time by the tools users have (nibabel, pydicom,
+numpy from Debian), never by our own code, and every placement or value is
+checked against an independent computation in LPS world coordinates.
+"""
+import json
+import os
+import subprocess
+
+import numpy as np
+import pytest
+
+ZRSLICE = os.environ.get("ZRSLICE", "zrslice")
+PLUGIN = os.environ.get("ZR_PLUGIN")
+
+
+class Run:
+    def __init__(self, completed):
+        self.code = completed.returncode
+        self.out = completed.stdout
+        self.err = completed.stderr
+
+    def __repr__(self):
+        return f"exit {self.code}\nstdout:\n{self.out}\nstderr:\n{self.err}"
+
+
+def zrslice(*args, timeout=120):
+    """Runs zrslice with `args`, returning its exit code and output."""
+    command = [ZRSLICE]
+    if PLUGIN:
+        command += ["--plugin", PLUGIN]
+    command += [str(a) for a in args]
+    return Run(subprocess.run(command, capture_output=True, text=True, timeout=timeout))
+
+
+def read_png(path):
+    """A PNG as a numpy array: (H, W, 4) uint8 for colour, (H, W) uint16 for values."""
+    from PIL import Image
+
+    with Image.open(path) as image:
+        if image.mode in ("I;16", "I;16B", "I"):
+            return np.array(image, dtype=np.int64).astype(np.uint16)
+        return np.array(image.convert("RGBA"))
+
+
+def render(tmp_path, document, name="out"):
+    """Writes `document` as a request file, renders it; returns (run, picture, values, lists)."""
+    request = tmp_path / f"{name}.json"
+    request.write_text(json.dumps(document))
+    out = tmp_path / f"{name}.png"
+    run = zrslice("-q", "render", request, "-o", out)
+    if run.code != 0:
+        return run, None, None, None
+    values_path = tmp_path / f"{name}.values.png"
+    values = read_png(values_path) if values_path.exists() else None
+    lists = json.loads((tmp_path / f"{name}.lists.json").read_text())
+    return run, read_png(out), values, lists
+
+
+def slice_document(volume, centre, view=(0, 0, 1), up=(0, -1, 0), size=(64, 64), extent=64.0, table=None,
+                   request=None):
+    """A one-volume thin-slice request: `volume` is the object description."""
+    document = {
+        "image": {"size": list(size), "camera": {"position": list(centre), "viewDirection": list(view),
+                                                  "up": list(up), "viewExtent": extent}},
+        "objects": {"v": volume, "t": table or {"type": "table", "window": {"centre": 0, "width": 1000}}},
+        "scene": [{"object": "v", "tables": {"WINDOWING": "t"}}],
+        "requests": [dict({"_bool_IsFirstRenderer": True, "_bool_StoreSampleValueToCustomBuffer": True},
+                          **(request or {}))],
+    }
+    return document
+
+
+def pixel_world(document):
+    """World (LPS) position of every pixel centre of a request's image: (H, W, 3)."""
+    image = document["image"]
+    w, h = image["size"]
+    camera = image["camera"]
+    extent = camera["viewExtent"]
+    if not isinstance(extent, list):
+        longer = max(w, h)
+        extent = [extent * w / longer, extent * h / longer]
+    view = np.array(camera["viewDirection"], float)
+    view /= np.linalg.norm(view)
+    up = np.array(camera["up"], float)
+    x_axis = np.cross(view, up)
+    x_axis /= np.linalg.norm(x_axis)
+    y_axis = np.cross(view, x_axis)  # rows run down, against up
+    spacing = np.array(extent) / np.array([w, h])
+    cols = (np.arange(w) - (w - 1) / 2.0) * spacing[0]
+    rows = (np.arange(h) - (h - 1) / 2.0) * spacing[1]
+    centre = np.array(camera["position"], float)
+    return centre + cols[None, :, None] * x_axis + rows[:, None, None] * y_axis
+
+
+def trilinear(volume_xyz, voxel):
+    """Trilinear samples of a (X, Y, Z) array at voxel coordinates (..., 3); NaN outside."""
+    dims = np.array(volume_xyz.shape)
+    inside = np.all((voxel > -0.5) & (voxel < dims - 0.5), axis=-1)
+    v = np.clip(voxel, 0, dims - 1)
+    base = np.minimum(np.floor(v).astype(int), dims - 2).clip(0)
+    f = v - base
+    out = np.zeros(voxel.shape[:-1])
+    for dx in (0, 1):
+        for dy in (0, 1):
+            for dz in (0, 1):
+                idx = np.minimum(base + [dx, dy, dz], dims - 1)
+                w = (np.where(dx, f[..., 0], 1 - f[..., 0]) * np.where(dy, f[..., 1], 1 - f[..., 1]) *
+                     np.where(dz, f[..., 2], 1 - f[..., 2]))
+                out += w * volume_xyz[idx[..., 0], idx[..., 1], idx[..., 2]]
+    return np.where(inside, out, np.nan)
+
+
+def info_field(text, name):
+    """The value of line `name:` of `zrslice info`."""
+    for line in text.splitlines():
+        if line.strip().startswith(name + ":"):
+            return line.split(":", 1)[1].strip()
+    return None
+
+
+@pytest.fixture
+def files(tmp_path):
+    return tmp_path
