@@ -10,6 +10,7 @@
 
 #include "host/zr_types.h"
 #include "input_error.h"
+#include "request_checks.h"
 #include "tagged_params.h"
 
 namespace zrio {
@@ -111,6 +112,8 @@ std::string DefaultPluginPath() {
 
 RenderOutput RunRequestFile(const RequestFile& file, PluginSession& plugin, const ProgressFn& progress) {
     Scene scene = BuildScene(file);
+    std::vector<std::string> warnings = scene.warnings;
+    bool listsOnly = false;  // a mesh request that hands its lines back draws nothing by design
     json requests = json::array();
     for (size_t k = 0; k < file.requests.size(); ++k) {
         zrobjects::ModuleRequest request;
@@ -125,6 +128,7 @@ RenderOutput RunRequestFile(const RequestFile& file, PluginSession& plugin, cons
         const auto sourceIt = request.params.find("_string_RenderingSourceType");
         const std::string source =
             sourceIt == request.params.end() ? "SECTIONAL_VOLUME" : std::any_cast<std::string>(sourceIt->second);
+        for (std::string& w : RequestWarnings(file, scene, request.scene, k)) warnings.push_back(std::move(w));
         if (progress) progress(k, file.requests.size(), source);
         bool ok = false;
         try {
@@ -135,6 +139,9 @@ RenderOutput RunRequestFile(const RequestFile& file, PluginSession& plugin, cons
         if (!ok)
             throw InputError(file.path, "requests[" + std::to_string(k) + "]: the module declined the request (source \"" +
                                             source + "\")");
+        const auto crossLines = request.params.find("_bool_GetCrossLines");
+        listsOnly = listsOnly || (source == "SECTIONAL_MESH" && crossLines != request.params.end() &&
+                                  std::any_cast<bool>(crossLines->second));
         json report;
         report["source"] = source;
         report["progress"] = plugin.Module().getProgress();
@@ -156,6 +163,17 @@ RenderOutput RunRequestFile(const RequestFile& file, PluginSession& plugin, cons
     output.lists["byteOrder"] = ResolveByteOrder(file) == ByteOrder::Rgba ? "RGBA" : "BGRA";
     const json cross = CrossLinesOf(*scene.image, scene);
     if (!cross.is_null()) output.lists["crossLines"] = cross;
+    // Values a user reads off the value picture are stored words: value + offset.
+    for (const auto& [name, loaded] : scene.volumes) {
+        json& v = output.lists["volumes"][name];
+        v["valueOffset"] = loaded.values.offset;
+        v["float"] = loaded.values.isFloat;
+        if (!loaded.values.units.empty()) v["units"] = loaded.values.units;
+        v["range"] = {loaded.values.min, loaded.values.max};
+    }
+    if (warnings.empty() && !listsOnly && PictureIsEmpty(output.picture.pixels))
+        warnings.push_back("the picture is empty: no request drew anything");
+    output.warnings = std::move(warnings);
     return output;
 }
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -38,6 +39,9 @@ struct RenderOutput {
     RgbaImage picture;                 // render-out 0, always R, G, B, A
     std::optional<GreyImage16> values;  // usage-3 buffer 0 when it holds 16-bit values
     nlohmann::json lists;              // requests' results and returned lists
+    // Why the picture may not be what the user wanted: scene and request
+    // warnings, an empty picture. Empty for a clean run.
+    std::vector<std::string> warnings;
 };
 
 // Called before each request: index, count, source type.

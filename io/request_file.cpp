@@ -1,5 +1,8 @@
 #include "request_file.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cmath>
 #include <fstream>
 #include <set>
 #include <stdexcept>
@@ -7,6 +10,7 @@
 #include "host/image_builder.h"
 #include "input_error.h"
 #include "json_fields.h"
+#include "module_keys.h"
 #include "scene_objects.h"
 #include "tagged_params.h"
 #include "volume_files.h"
@@ -23,6 +27,14 @@ namespace fs = std::filesystem;
 }
 
 const std::set<std::string> kTableNames = {"WINDOWING", "OTF", "MASKVOLUME"};
+
+// Ten metres: thicker than any patient or scanner bore.
+constexpr float kMaxPlaneThickness = 10000.0f;
+
+std::string Lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
 
 ImageSpec ParseImage(const json& value) {
     const Fields f(value, "image");
@@ -162,12 +174,44 @@ void AttachTables(const SceneEntryDescription& described, const LoadedVolume& lo
             for (auto& [key, value] : FloatWindowParams(own, where)) entryParams[key] = value;
         return;
     }
-    if (!loaded.values.isFloat || floatWindowGiven) return;
+    if (!loaded.values.isFloat) {
+        if (windowing == described.tables.end() && described.enabled)
+            scene.warnings.push_back(where + ": no WINDOWING table, so the module draws nothing for this volume; give "
+                                             "its scene entry \"tables\": {\"WINDOWING\": <a table>}");
+        return;
+    }
+    if (floatWindowGiven) return;
     if (windowing == described.tables.end())
         throw std::invalid_argument(where + ": a float volume needs something to window it: give it a WINDOWING "
                                             "table (a window, control points or a window preset)");
     const std::string table = windowing->second;
     for (auto& [key, value] : FloatWindowParams(specs.at(table)->source, "objects." + table)) entryParams[key] = value;
+}
+
+// Values the module would take without a word but that cannot be what the
+// user meant: a source type it does not know (it counts those as done and
+// draws nothing), a slab thicker than anything that could be scanned (the
+// layer loop would run for hours).
+void CheckRequestValues(const zrobjects::ParamMap& request, const std::string& where) {
+    if (auto it = request.find("_string_RenderingSourceType"); it != request.end()) {
+        const std::string source = std::any_cast<std::string>(it->second);
+        const auto& known = RenderingSourceTypes();
+        if (std::find(known.begin(), known.end(), source) == known.end() && source != "VOLUME" && source != "MESH") {
+            std::string nearest = known.front();
+            for (const std::string& k : known)
+                if (Lower(source).find(Lower(k.substr(std::string("SECTIONAL_").size()))) != std::string::npos) nearest = k;
+            Fail(where + "._string_RenderingSourceType",
+                 "\"" + source + "\" is not a source the module draws (SECTIONAL_VOLUME, SECTIONAL_MESH); did you mean \"" +
+                     nearest + "\"?");
+        }
+    }
+    if (auto it = request.find("_float_PlaneThickness"); it != request.end()) {
+        const float thickness = std::any_cast<float>(it->second);
+        if (!(std::abs(thickness) <= kMaxPlaneThickness))
+            Fail(where + "._float_PlaneThickness",
+                 "a slab of " + Shown(json(thickness)) + " mm is beyond any scan; give at most " +
+                     std::to_string(static_cast<int>(kMaxPlaneThickness)) + " mm");
+    }
 }
 
 }  // namespace
@@ -224,6 +268,7 @@ RequestFile ParseRequestDocument(const json& document, const std::string& path, 
             }
             file.sceneObjects.push_back(std::move(only));
             file.requests.push_back(ConvertParamObject(params, where));
+            CheckRequestValues(file.requests.back(), where);
             file.targetVolumes.push_back(target);
         }
         if (top.Has("output")) {

@@ -9,6 +9,8 @@
 
 #include <glm/glm.hpp>
 
+#include "module_keys.h"
+
 namespace zrio {
 
 namespace {
@@ -146,6 +148,12 @@ zrobjects::ParamMap ConvertParamObject(const json& object, const std::string& wh
     for (const auto& [key, value] : object.items()) {
         try {
             params[key] = ConvertTaggedValue(key, value);
+            if (!IsModuleKey(key)) {
+                const std::string nearest = NearestModuleKey(key);
+                Fail(key, "is not a key the module reads" +
+                              (nearest.empty() ? std::string(" (docs/request-format.md lists them)")
+                                               : "; did you mean \"" + nearest + "\"?"));
+            }
         } catch (const std::invalid_argument& e) {
             throw std::invalid_argument(where + ": " + e.what());
         }

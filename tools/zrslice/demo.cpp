@@ -365,7 +365,7 @@ void RunDemo(const std::string& folder, PluginSession& plugin, int size, bool qu
         captions.push_back(item.name);
         index += "- `" + item.name + ".png`: " + item.description + "\n";
     }
-    zrio::WriteRenderOutput({ContactSheet(pictures, captions, 5), std::nullopt, nlohmann::json::object()},
+    zrio::WriteRenderOutput({ContactSheet(pictures, captions, 5), std::nullopt, nlohmann::json::object(), {}},
                       {(fs::path(folder) / "contact-sheet.png").string(), "", ""});
     zrio::WriteTextFile((fs::path(folder) / "index.md").string(), index);
 }

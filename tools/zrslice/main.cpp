@@ -41,7 +41,9 @@ int main(int argc, char** argv) {
     app.add_flag("--verbose", verbose, "let the file-reading libraries print their own diagnostics");
 
     std::string requestPath, out;
+    bool strict = false;
     auto* render = app.add_subcommand("render", "run the requests of a request file and write the picture");
+    render->add_flag("--strict", strict, "refuse (exit 1, nothing written) when a warning is given");
     render->add_option("REQUEST", requestPath, "request file (JSON)")->required();
     render->add_option("-o,--output", out, "picture to write (.png); the values and lists go beside it")->required();
 
@@ -76,6 +78,11 @@ int main(int argc, char** argv) {
                 if (!quiet && n > 1) std::fprintf(stderr, "zrslice: request %zu/%zu %s\n", k + 1, n, source.c_str());
             };
             const zrio::RenderOutput output = zrio::RunRequestFile(file, session, progress);
+            for (const std::string& warning : output.warnings)
+                std::fprintf(stderr, "zrslice: warning: %s: %s\n", requestPath.c_str(), warning.c_str());
+            if (strict && !output.warnings.empty())
+                return Fail(requestPath + ": refused under --strict: " + std::to_string(output.warnings.size()) +
+                            " warning(s) above");
             const zrio::OutputPaths paths = zrio::OutputPathsFor(out);
             zrio::WriteRenderOutput(output, paths);
             if (!quiet) std::fprintf(stderr, "zrslice: wrote %s\n", paths.picture.c_str());
