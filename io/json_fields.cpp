@@ -117,4 +117,9 @@ glm::dvec3 Fields::Vec3(const char* name, const glm::dvec3& fallback) const {
     return Has(name) ? Vec3(name) : fallback;
 }
 
+bool IsSingular(const glm::dmat3& m) {
+    const double scale = glm::length(m[0]) * glm::length(m[1]) * glm::length(m[2]);
+    return !(scale > 0.0) || !(std::abs(glm::determinant(m)) > 1e-9 * scale);
+}
+
 }  // namespace zrio

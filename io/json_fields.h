@@ -46,6 +46,11 @@ int IntAt(const nlohmann::json& value, const std::string& where, int low, int hi
 template <int N>
 glm::vec<N, double> VecAt(const nlohmann::json& value, const std::string& where);
 // A 4x4 matrix written as four rows of four numbers.
+// True when the columns of `m` are (nearly) linearly dependent: the
+// determinant against the product of the column lengths, so that the test does
+// not depend on the matrix's scale (a uniform scale of 1e-5 is fine).
+bool IsSingular(const glm::dmat3& m);
+
 glm::dmat4 MatrixAt(const nlohmann::json& value, const std::string& where);
 
 // "string 'abc'" / "number 3": a value as shown in messages.

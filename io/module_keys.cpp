@@ -77,6 +77,12 @@ std::string NearestModuleKey(const std::string& key) {
     const std::string name = NameOf(key);
     for (const std::string& known : ModuleKeys())
         if (NameOf(known) == name) return known;
+    // A name cut short or run on: "SkipSrOnPlane" for "SkipSrOnPlaneRenderer".
+    if (name.size() >= 6)
+        for (const std::string& known : ModuleKeys()) {
+            const std::string other = NameOf(known);
+            if (other.rfind(name, 0) == 0 || name.rfind(other, 0) == 0) return known;
+        }
     const std::string lower = Lower(key);
     std::string best;
     size_t bestDistance = std::max<size_t>(3, lower.size() / 4) + 1;

@@ -117,7 +117,7 @@ SceneEntryDescription ParseEntry(const json& value, size_t index, const std::vec
     }
     if (f.Has("matrix")) {
         const glm::dmat4 m = MatrixAt(f.Raw("matrix"), f.PathOf("matrix"));
-        if (std::abs(glm::determinant(m)) < 1e-12) Fail(f.PathOf("matrix"), "matrix is singular");
+        if (IsSingular(glm::dmat3(m))) Fail(f.PathOf("matrix"), "matrix is singular");
         entry.objectToWorld = glm::mat4(m);
     }
     if (f.Has("tables")) {
@@ -296,8 +296,12 @@ RequestFile ParseRequestFile(const std::string& path) {
     json document;
     try {
         document = json::parse(in);
-    } catch (const json::parse_error& e) {
-        throw InputError(path, std::string("not valid JSON: ") + e.what());
+    } catch (const json::exception& e) {
+        // The library's message without its "[json.exception.…] " tag.
+        std::string what = e.what();
+        if (const size_t end = what.find("] "); what.rfind("[json.", 0) == 0 && end != std::string::npos)
+            what = what.substr(end + 2);
+        throw InputError(path, "not valid JSON: " + what);
     }
     const fs::path base = fs::path(path).parent_path();
     return ParseRequestDocument(document, path, base.empty() ? fs::path(".") : base);

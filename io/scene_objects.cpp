@@ -60,7 +60,7 @@ zrobjects::VolumeGeometry RawGeometry(const Fields& f) {
             const glm::dvec3 r = VecAt<3>(d[row], f.PathOf("direction") + "[" + std::to_string(row) + "]");
             for (int col = 0; col < 3; ++col) g.direction[col][row] = r[col];
         }
-        if (std::abs(glm::determinant(g.direction)) < 1e-6) Fail(f.PathOf("direction"), "direction matrix is singular");
+        if (IsSingular(g.direction)) Fail(f.PathOf("direction"), "direction matrix is singular");
     }
     return g;
 }

@@ -49,3 +49,67 @@ def test_info_reports_values_in_their_units_and_the_world_convention(files):
     assert run.code == 0, run
     assert info_field(run.out, "values").startswith("-1000 .. 1000")
     assert "LPS" in run.out
+
+
+def dose_map():
+    """A float32 dose map in Gy: a ramp along x from 0 to 2.0 Gy."""
+    x = np.arange(21, dtype=np.float32)
+    return np.broadcast_to((x * 0.1)[:, None, None], (21, 6, 6)).astype(np.float32).copy()
+
+
+def expected_grey(v, centre, width):
+    lo = centre - width * 0.5
+    return np.where(v > lo, np.minimum((v - lo) * np.float32(255.0 / width), 255), 0).astype(int)
+
+
+@pytest.mark.parametrize("table, grey", [
+    # The same request shape as for integer volumes.
+    ({"window": {"centre": 1.0, "width": 2.0}}, lambda v: expected_grey(v, 1.0, 2.0)),
+    ({"controlPoints": [[0, 0, 0, 0, 1], [2.0, 1, 1, 1, 1]]}, lambda v: (v / 2.0 * 255).astype(int)),
+])
+def test_a_float_dose_map_is_windowed_by_the_same_descriptions(files, table, grey):
+    path = files / "dose.nii.gz"
+    nib.save(nib.Nifti1Image(dose_map(), np.eye(4)), str(path))
+    # Axial slice at z = 2.5 through RAS voxel (i, j, k) = LPS (-i, -j, k): a row runs along -x.
+    document = slice_document({"type": "volume", "file": str(path)}, centre=(-10, -2.5, 2.5), extent=21,
+                              size=(21, 6), table=dict({"type": "table"}, **table))
+    run, picture, _, lists = render(files, document)
+    assert run.code == 0, run
+    # Pixel column c lies at LPS x = -10 - 10 + c ... i.e. voxel i = 20 - c.
+    row = picture[3, :, 0].astype(int)
+    values = (20 - np.arange(21)) * 0.1
+    assert np.all(np.abs(row - grey(values)) <= 1), (row, grey(values))
+    assert lists["volumes"]["v"]["float"] is True
+
+
+def test_a_float_volume_with_nothing_to_window_it_is_refused(files):
+    path = files / "dose.nii"
+    nib.save(nib.Nifti1Image(dose_map(), np.eye(4)), str(path))
+    document = slice_document({"type": "volume", "file": str(path)}, centre=(-10, -2.5, 2.5))
+    del document["scene"][0]["tables"]
+    run, _, _, _ = render(files, document)
+    assert run.code == 1 and run.err.count("\n") == 1, run
+    assert "objects.v: a float volume needs something to window it" in run.err
+
+
+def test_packed_and_label_tables_do_not_window_a_float_volume(files):
+    path = files / "dose.nii"
+    nib.save(nib.Nifti1Image(dose_map(), np.eye(4)), str(path))
+    document = slice_document({"type": "volume", "file": str(path)}, centre=(-10, -2.5, 2.5),
+                              table={"type": "table", "preset": "labels"})
+    run, _, _, _ = render(files, document)
+    assert run.code == 1, run
+    assert "a float volume is windowed by a window, control points or a window preset" in run.err
+
+
+def test_the_value_picture_and_lists_carry_the_offset(files):
+    path = files / "ct.nii"
+    nib.save(nib.Nifti1Image(ct_volume(), np.eye(4)), str(path))
+    document = slice_document({"type": "volume", "file": str(path)}, centre=(-19.5, -19.5, 5), extent=40,
+                              size=(40, 40))
+    run, _, values, lists = render(files, document)
+    assert run.code == 0, run
+    offset = lists["volumes"]["v"]["valueOffset"]
+    assert offset == 1024
+    assert int(values[20, 20]) - offset == 1000  # the bone rod, in HU
+    assert int(values[1, 1]) - offset == -1000
