@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/io/file_test_support.h"
+#include "tests/tools/zrslice_runner.h"
 #include "io/png_io.h"
 
 namespace zrio {
@@ -22,28 +23,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ScratchFolder;
 
-struct RunResult {
-    int exitCode = -1;
-    std::string err;
-};
-
-// Runs zrslice with `args` (already quoted), capturing standard error.
-RunResult Zrslice(const std::string& args, const ScratchFolder& dir) {
-    const std::string errPath = dir / "stderr.txt";
-    const std::string command = std::string(ZRSLICE_PATH) + " --plugin " + ZR_PLUGIN_PATH + " " + args +
-                                " >/dev/null 2>" + errPath;
-    const int status = std::system(command.c_str());
-    RunResult run;
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::ifstream in(errPath);
-    std::stringstream text;
-    text << in.rdbuf();
-    run.err = text.str();
-    fs::remove(errPath);
-    return run;
-}
-
-std::string Quoted(const std::string& s) { return "'" + s + "'"; }
 
 // Files in `dir` other than the ones the test wrote itself.
 std::vector<std::string> Outputs(const ScratchFolder& dir, const std::vector<std::string>& inputs) {
