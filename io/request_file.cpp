@@ -31,6 +31,10 @@ const std::set<std::string> kTableNames = {"WINDOWING", "OTF", "MASKVOLUME"};
 // Ten metres: thicker than any patient or scanner bore.
 constexpr float kMaxPlaneThickness = 10000.0f;
 
+std::string DimsText(const glm::ivec3& d) {
+    return std::to_string(d.x) + " x " + std::to_string(d.y) + " x " + std::to_string(d.z);
+}
+
 std::string Lower(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
     return text;
@@ -155,8 +159,23 @@ void AttachTables(const SceneEntryDescription& described, const LoadedVolume& lo
                   zrobjects::ParamMap& entryParams, zrobjects::ZrVObjectVolume& volume) {
     const std::string where = "objects." + described.object;
     const int offset = loaded.values.offset;
-    for (const auto& [dirName, target] : described.tables)
-        volume.SetTableObject(dirName, dirName == "MASKVOLUME" ? scene.objects.at(target) : tableFor(target, offset));
+    for (const auto& [dirName, target] : described.tables) {
+        if (dirName != "MASKVOLUME") {
+            volume.SetTableObject(dirName, tableFor(target, offset));
+            continue;
+        }
+        // The module reads the mask at the volume's own voxel indices, as bytes.
+        const LoadedVolume& mask = scene.volumes.at(target);
+        const glm::ivec3 maskDims = mask.volume->GetVolumeData()->dims, dims = volume.GetVolumeData()->dims;
+        if (maskDims != dims)
+            throw std::invalid_argument(where + ": its MASKVOLUME \"" + target + "\" has " + DimsText(maskDims) +
+                                        " voxels, the volume " + DimsText(dims) + "; a mask must share the volume's grid");
+        try {
+            volume.SetTableObject(dirName, AsLabelVolume(mask));
+        } catch (const std::invalid_argument& e) {
+            throw std::invalid_argument("objects." + target + ": used as a MASKVOLUME: " + e.what());
+        }
+    }
     const bool floatWindowGiven = entryParams.count("_double_WindowingCenter") ||
                                   entryParams.count("_double_WindowingWidth") ||
                                   entryParams.count("_vlist_DOUBLE2_ITF");

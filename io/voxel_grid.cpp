@@ -1,6 +1,7 @@
 #include "voxel_grid.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cmath>
 #include <limits>
 #include <span>
@@ -151,6 +152,32 @@ VolumeValues MeasureValues(const zrobjects::ZrVObjectVolume& volume, int offset)
         if (values.min > values.max) std::swap(values.min, values.max);
     }
     return values;
+}
+
+std::shared_ptr<zrobjects::ZrVObjectVolume> AsLabelVolume(const LoadedVolume& loaded) {
+    const zrobjects::VolumeData& data = *loaded.volume->GetVolumeData();
+    if (data.voxelType == zrobjects::MakeDataType<unsigned char>()) return loaded.volume;
+    char range[96];
+    std::snprintf(range, sizeof(range), "%g .. %g", loaded.values.min, loaded.values.max);
+    if (loaded.values.isFloat || data.voxelType != zrobjects::MakeDataType<unsigned short>() ||
+        loaded.values.min < 0.0 || loaded.values.max > 255.0)
+        throw std::invalid_argument(std::string("a mask holds whole labels 0 .. 255; this volume's values run ") + range);
+    std::vector<uint8_t> labels;
+    labels.reserve(static_cast<size_t>(data.dims.x) * data.dims.y * data.dims.z);
+    for (int z = 0; z < data.dims.z; ++z)
+        for (int y = 0; y < data.dims.y; ++y) {
+            const auto* row = static_cast<const uint16_t*>(data.slices[z + data.margins.z]) +
+                              static_cast<size_t>(y + data.margins.y) * data.RowPitch() + data.margins.x;
+            for (int x = 0; x < data.dims.x; ++x) labels.push_back(static_cast<uint8_t>(row[x] - loaded.values.offset));
+        }
+    zrobjects::VolumeGeometry geometry;
+    geometry.spacing = data.voxelPitch;
+    geometry.margins = data.margins;
+    auto mask = zrobjects::MakeVolume<uint8_t>(std::span<const uint8_t>(labels), data.dims, geometry);
+    zrobjects::AaBbMinMax box;
+    loaded.volume->GetOrthoBoundingBox(box);
+    mask->SetPlacement(loaded.volume->GetMatrixOS2RSf(), box);
+    return mask;
 }
 
 LoadedVolume ToModuleVolume(VoxelGrid grid, std::optional<VoxelKind> as) {

@@ -76,6 +76,12 @@ struct LoadedVolume {
 // an empty or inconsistent grid.
 LoadedVolume ToModuleVolume(VoxelGrid grid, std::optional<VoxelKind> as = std::nullopt);
 
+// The labels of `loaded` as the unsigned 8-bit volume a mask must be (the
+// module reads a mask's voxels as bytes whatever their type), on the same
+// grid and placement. Throws std::invalid_argument when its values are not
+// whole numbers in 0..255.
+std::shared_ptr<zrobjects::ZrVObjectVolume> AsLabelVolume(const LoadedVolume& loaded);
+
 // Range and percentiles of the real values of a module volume whose stored
 // words are real + offset (offset ignored for float volumes).
 VolumeValues MeasureValues(const zrobjects::ZrVObjectVolume& volume, int offset);

@@ -113,3 +113,43 @@ def test_the_value_picture_and_lists_carry_the_offset(files):
     assert offset == 1024
     assert int(values[20, 20]) - offset == 1000  # the bone rod, in HU
     assert int(values[1, 1]) - offset == -1000
+
+
+def test_a_label_map_stored_as_int16_selects_tables_like_bytes(files):
+    """Segmentation tools often write labels as 16-bit: as a mask they must
+    select the same tables as 8-bit labels."""
+    ct = ct_volume()
+    labels = np.where(ct > 500, 2, np.where(ct > -500, 1, 0))
+    for name, dtype in (("labels8.nii", np.uint8), ("labels16.nii", np.int16)):
+        nib.save(nib.Nifti1Image(labels.astype(dtype), np.eye(4)), str(files / name))
+    nib.save(nib.Nifti1Image(ct, np.eye(4)), str(files / "ct.nii"))
+    pictures = []
+    for name in ("labels8.nii", "labels16.nii"):
+        document = slice_document({"type": "volume", "file": str(files / "ct.nii")}, centre=(-19.5, -19.5, 5),
+                                  extent=40, size=(40, 40),
+                                  table={"type": "table", "rows": [{"preset": "softTissue"},
+                                                                   {"controlPoints": [[0, 1, 0, 0, 1]]},
+                                                                   {"controlPoints": [[0, 0, 0, 1, 1]]}]})
+        document["objects"]["mask"] = {"type": "volume", "file": str(files / name)}
+        document["scene"][0]["tables"]["MASKVOLUME"] = "mask"
+        document["scene"][0]["params"] = {"_bool_MultiOTF": True, "_int_NumOTFs": 2}
+        run, picture, _, _ = render(files, document, name)
+        assert run.code == 0, run
+        pictures.append(picture)
+    assert np.array_equal(pictures[0], pictures[1])
+    assert pictures[0][20, 20, 2] > pictures[0][20, 20, 0]  # label 2 tints the rod blue
+
+
+@pytest.mark.parametrize("mask, expected", [
+    (np.zeros((20, 20, 5), np.uint8), "a mask must share the volume's grid"),
+    (np.full((40, 40, 10), 300, np.int16), "a mask holds whole labels 0 .. 255"),
+])
+def test_masks_that_would_be_misread_are_refused(files, mask, expected):
+    nib.save(nib.Nifti1Image(ct_volume(), np.eye(4)), str(files / "ct.nii"))
+    nib.save(nib.Nifti1Image(mask, np.eye(4)), str(files / "mask.nii"))
+    document = slice_document({"type": "volume", "file": str(files / "ct.nii")}, centre=(-19.5, -19.5, 5))
+    document["objects"]["mask"] = {"type": "volume", "file": str(files / "mask.nii")}
+    document["scene"][0]["tables"]["MASKVOLUME"] = "mask"
+    run, _, _, _ = render(files, document)
+    assert run.code == 1 and run.err.count("\n") == 1, run
+    assert expected in run.err, run
