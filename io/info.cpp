@@ -15,7 +15,8 @@ namespace {
 
 std::string Format(const char* format, double a, double b, double c) {
     char text[160];
-    std::snprintf(text, sizeof(text), format, a, b, c);
+    // + 0.0 turns a negative zero (a flipped axis) into a plain 0.
+    std::snprintf(text, sizeof(text), format, a + 0.0, b + 0.0, c + 0.0);
     return text;
 }
 
