@@ -20,6 +20,22 @@ std::string Format(const char* format, double a, double b, double c) {
     return text;
 }
 
+// Size, grid placement in LPS, the rule that placed it and the notes.
+std::string DescribePlacement(const VolumeFileInfo& info) {
+    const auto& g = info.geometry;
+    std::string text = "  size:      " + std::to_string(info.dims.x) + " x " + std::to_string(info.dims.y) + " x " +
+                       std::to_string(info.dims.z) + " voxels\n";
+    text += Format("  spacing:   %.6g %.6g %.6g mm\n", g.spacing.x, g.spacing.y, g.spacing.z);
+    text += Format("  origin:    %.6g %.6g %.6g mm", g.origin.x, g.origin.y, g.origin.z) +
+            " (world LPS: x to the patient's left, y posterior, z superior)\n";
+    for (int row = 0; row < 3; ++row)
+        text += Format(row == 0 ? "  direction: %.6g %.6g %.6g\n" : "             %.6g %.6g %.6g\n", g.direction[0][row],
+                       g.direction[1][row], g.direction[2][row]);
+    if (!info.placement.empty()) text += "  placed by: " + info.placement + "\n";
+    for (const std::string& note : info.notes) text += "  note:      " + note + "\n";
+    return text;
+}
+
 }  // namespace
 
 bool IsMeshFileName(const std::string& path) {
@@ -30,7 +46,7 @@ bool IsMeshFileName(const std::string& path) {
     return false;
 }
 
-std::string DescribeFile(const std::string& path) {
+std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
     std::string text = path + "\n";
     if (IsMeshFileName(path)) {
         const MeshFileInfo info = ReadMeshFileInfo(path);
@@ -43,14 +59,21 @@ std::string DescribeFile(const std::string& path) {
                 Format(" .. %.3f %.3f %.3f\n", info.boundsMax.x, info.boundsMax.y, info.boundsMax.z);
         return text;
     }
-    const VolumeFile file = ReadVolumeFile(path);
+    const VolumeFileInfo header = ReadVolumeFileInfo(path, choice);
+    if (!header.choices.empty()) {
+        // Several volumes and none chosen: what the headers say, and the list.
+        text += "  kind:      volume (" + header.format + ")\n";
+        text += DescribePlacement(header);
+        text += "  holds:     several volumes; pick one with \"series\" or \"frame\" in the request's volume "
+                "object (here: --series, --frame):\n";
+        for (const std::string& line : header.choices) text += "             " + line + "\n";
+        return text;
+    }
+    const VolumeFile file = ReadVolumeFile(path, choice);
     const VolumeFileInfo& info = file.info;
     const VolumeValues& values = file.loaded.values;
-    const auto& g = info.geometry;
     const std::string units = values.units.empty() ? "" : " " + values.units;
     text += "  kind:      volume (" + info.format + ")\n";
-    text += "  size:      " + std::to_string(info.dims.x) + " x " + std::to_string(info.dims.y) + " x " +
-            std::to_string(info.dims.z) + " voxels\n";
     text += "  voxels:    " + info.componentType +
             (info.components == 1 ? std::string() : " x " + std::to_string(info.components) + " components");
     if (info.slope != 1.0 || info.intercept != 0.0)
@@ -67,19 +90,8 @@ std::string DescribeFile(const std::string& path) {
     else
         text += "  module:    signed voxels as forced; tables index their 16-bit words\n";
     if (info.window) text += Format("  window:    centre %.6g, width %.6g (the file's own)\n", info.window->x, info.window->y, 0.0);
-    text += Format("  spacing:   %.6g %.6g %.6g mm\n", g.spacing.x, g.spacing.y, g.spacing.z);
-    text += Format("  origin:    %.6g %.6g %.6g mm", g.origin.x, g.origin.y, g.origin.z) +
-            " (world LPS: x to the patient's left, y posterior, z superior)\n";
-    for (int row = 0; row < 3; ++row)
-        text += Format(row == 0 ? "  direction: %.6g %.6g %.6g\n" : "             %.6g %.6g %.6g\n", g.direction[0][row],
-                       g.direction[1][row], g.direction[2][row]);
-    if (!info.placement.empty()) text += "  placed by: " + info.placement + "\n";
-    for (const std::string& note : info.notes) text += "  note:      " + note + "\n";
+    text += DescribePlacement(info);
     for (const std::string& warning : file.loaded.warnings) text += "  warning:   " + warning + "\n";
-    if (!info.choices.empty()) {
-        text += "  holds:     " + std::to_string(info.choices.size()) + " volumes; pick one with \"series\" or \"frame\":\n";
-        for (const std::string& choice : info.choices) text += "             " + choice + "\n";
-    }
     text += "  use:       {\"type\": \"volume\", \"file\": \"" + path +
             "\"} in a request file's objects (docs/request-format.md)\n";
     return text;

@@ -4,10 +4,14 @@
 
 #include <string>
 
+#include "volume_files.h"
+
 namespace zrio {
 
-// Throws InputError naming the file when it cannot be read.
-std::string DescribeFile(const std::string& path);
+// Throws InputError naming the file when it cannot be read. A file holding
+// several volumes (DICOM series, time points) and no `choice` is described
+// from its headers, with the list of what a request may pick.
+std::string DescribeFile(const std::string& path, const VolumeChoice& choice = {});
 
 // True for file names that assimp reads as meshes (by extension).
 bool IsMeshFileName(const std::string& path);

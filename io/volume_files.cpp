@@ -4,43 +4,16 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <bit>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <span>
 #include <stdexcept>
 #include <vector>
 
+#include "byte_source.h"
 #include "input_error.h"
+#include "stored_voxels.h"
 #include "volume_readers.h"
 
 namespace zrio {
-
-namespace {
-
-template <class T>
-VoxelGrid GridFromBytes(const std::vector<char>& bytes, const RawVolumeHeader& header) {
-    const size_t count = bytes.size() / sizeof(T);
-    std::vector<T> voxels(count);
-    std::memcpy(voxels.data(), bytes.data(), count * sizeof(T));
-    // Raw files name their byte order; swap when it is not this machine's.
-    const bool swap = (std::endian::native == std::endian::big) != header.bigEndian;
-    if (swap && sizeof(T) > 1) {
-        for (T& v : voxels) {
-            auto* b = reinterpret_cast<unsigned char*>(&v);
-            std::reverse(b, b + sizeof(T));
-        }
-    }
-    VoxelGrid grid;
-    grid.dims = header.dims;
-    grid.geometry = header.geometry;
-    grid.voxels = std::move(voxels);
-    return grid;
-}
-
-}  // namespace
 
 std::string FirstLine(const std::string& text) {
     size_t start = 0;
@@ -94,20 +67,15 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
                                    std::to_string(header.headerBytes + voxelBytes) + " (" +
                                    std::to_string(header.headerBytes) + " header + " + std::to_string(voxelBytes) +
                                    " voxel bytes)");
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw InputError(path, "cannot open the file");
-    std::vector<char> bytes(voxelBytes);
-    in.seekg(static_cast<std::streamoff>(header.headerBytes));
-    in.read(bytes.data(), static_cast<std::streamsize>(voxelBytes));
-    if (!in) throw InputError(path, "read failed before the end of the voxel data");
+    ByteSource source(path, ByteSource::Compression::None);
+    source.SkipTo(header.headerBytes, "the voxel data");
     VoxelGrid grid;
-    switch (header.kind) {
-        case VoxelKind::Int8: grid = GridFromBytes<int8_t>(bytes, header); break;
-        case VoxelKind::UInt8: grid = GridFromBytes<uint8_t>(bytes, header); break;
-        case VoxelKind::Int16: grid = GridFromBytes<int16_t>(bytes, header); break;
-        case VoxelKind::UInt16: grid = GridFromBytes<uint16_t>(bytes, header); break;
-        case VoxelKind::Float32: grid = GridFromBytes<float>(bytes, header); break;
-    }
+    grid.dims = header.dims;
+    grid.geometry = header.geometry;
+    const StoredType types[] = {StoredType::Int8, StoredType::UInt8, StoredType::Int16, StoredType::UInt16,
+                                StoredType::Float32};
+    ReadStoredVoxels(source, types[static_cast<int>(header.kind)], voxelBytes / VoxelKindBytes(header.kind),
+                     header.bigEndian, grid);
     try {
         return ToModuleVolume(std::move(grid));
     } catch (const std::invalid_argument& e) {
@@ -120,6 +88,7 @@ VolumeFileInfo ReadVolumeFileInfo(const std::string& path, const VolumeChoice& c
     if (!std::filesystem::exists(path, ec)) throw InputError(path, "no such file or directory");
     if (IsDicomInput(path)) return ReadDicomInfo(path, choice);
     if (IsNiftiFile(path)) return ReadNiftiInfo(path, choice);
+    if (IsMghFile(path)) return ReadMghInfo(path, choice);
     return ReadItkInfo(path, choice);
 }
 
@@ -129,6 +98,7 @@ VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, Vol
     try {
         if (IsDicomInput(path)) return ReadDicomGrid(path, choice, info);
         if (IsNiftiFile(path)) return ReadNiftiGrid(path, choice, info);
+        if (IsMghFile(path)) return ReadMghGrid(path, choice, info);
         return ReadItkGrid(path, choice, info);
     } catch (const std::bad_alloc&) {
         throw InputError(path, "not enough memory to read the volume");

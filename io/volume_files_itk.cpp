@@ -18,7 +18,6 @@
 #include <itkImageIOFactory.h>
 #include <itkImageSeriesReader.h>
 #include <itkMetaImageIOFactory.h>
-#include <itkNiftiImageIOFactory.h>
 #include <itkNrrdImageIOFactory.h>
 
 #include "input_error.h"
@@ -34,7 +33,6 @@ namespace fs = std::filesystem;
 void RegisterFactories() {
     static std::once_flag once;
     std::call_once(once, [] {
-        itk::NiftiImageIOFactory::RegisterOneFactory();
         itk::NrrdImageIOFactory::RegisterOneFactory();
         itk::MetaImageIOFactory::RegisterOneFactory();
         itk::GDCMImageIOFactory::RegisterOneFactory();
@@ -43,7 +41,6 @@ void RegisterFactories() {
 
 std::string FormatName(const itk::ImageIOBase& io) {
     const std::string name = io.GetNameOfClass();
-    if (name == "NiftiImageIO") return "NIfTI";
     if (name == "NrrdImageIO") return "NRRD";
     if (name == "MetaImageIO") return "MetaImage";
     if (name == "GDCMImageIO") return "DICOM";
@@ -79,45 +76,6 @@ zrobjects::VolumeGeometry GeometryOf(const Image& image, const std::string& path
     return geometry;
 }
 
-// ITK's NIfTI reader accepts a single-file .nii whose voxel data stops short
-// and pads with garbage, so the length is checked here: the header's voxel
-// offset plus the voxel bytes must fit in the file. Compressed files are left
-// to the decompressor, which does notice a cut stream.
-void CheckNiftiLength(const std::string& path, const itk::ImageIOBase& io) {
-    std::string lower = path;
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (lower.size() < 4 || lower.compare(lower.size() - 4, 4, ".nii") != 0) return;
-    std::ifstream in(path, std::ios::binary);
-    char header[176] = {};
-    in.read(header, sizeof(header));
-    int32_t headerSize = 0;
-    std::memcpy(&headerSize, header, 4);
-    const bool swapped = headerSize != 348 && headerSize != 540;
-    if (swapped) headerSize = static_cast<int32_t>(__builtin_bswap32(static_cast<uint32_t>(headerSize)));
-    double voxelOffset = 0.0;
-    if (headerSize == 348) {
-        uint32_t bits = 0;
-        std::memcpy(&bits, header + 108, 4);
-        if (swapped) bits = __builtin_bswap32(bits);
-        float offset = 0.0f;
-        std::memcpy(&offset, &bits, 4);
-        voxelOffset = offset;
-    } else if (headerSize == 540) {
-        uint64_t offset = 0;
-        std::memcpy(&offset, header + 168, 8);
-        if (swapped) offset = __builtin_bswap64(offset);
-        voxelOffset = static_cast<double>(offset);
-    } else {
-        return;  // not a header ITK would have accepted either
-    }
-    const double needed = voxelOffset + static_cast<double>(io.GetImageSizeInBytes());
-    std::error_code ec;
-    const uint64_t size = fs::file_size(path, ec);
-    if (!ec && static_cast<double>(size) < needed)
-        throw InputError(path, "NIfTI file is truncated: it holds " + std::to_string(size) + " bytes, its header needs " +
-                                   std::to_string(static_cast<uint64_t>(needed)));
-}
-
 // The pixel count and size of a file before its voxels are read.
 itk::ImageIOBase::Pointer ReadHeader(const std::string& path, std::string& format) {
     RegisterFactories();
@@ -138,7 +96,6 @@ itk::ImageIOBase::Pointer ReadHeader(const std::string& path, std::string& forma
     io->SetFileName(path);
     io->ReadImageInformation();
     format = FormatName(*io);
-    if (format == "NIfTI") CheckNiftiLength(path, *io);
     return io;
 }
 
@@ -248,12 +205,7 @@ VoxelGrid ReadItkGrid(const std::string& path, const VolumeChoice& choice, Volum
     }
 }
 
-// Until their own readers exist, NIfTI and DICOM go through ITK as well.
-bool IsNiftiFile(const std::string&) { return false; }
-VolumeFileInfo ReadNiftiInfo(const std::string& path, const VolumeChoice& choice) { return ReadItkInfo(path, choice); }
-VoxelGrid ReadNiftiGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
-    return ReadItkGrid(path, choice, info);
-}
+// Until its own reader exists, DICOM goes through ITK as well.
 bool IsDicomInput(const std::string& path) { return IsDirectory(path); }
 VolumeFileInfo ReadDicomInfo(const std::string& path, const VolumeChoice& choice) { return ReadItkInfo(path, choice); }
 VoxelGrid ReadDicomGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {

@@ -15,6 +15,11 @@ bool IsNiftiFile(const std::string& path);
 VolumeFileInfo ReadNiftiInfo(const std::string& path, const VolumeChoice& choice);
 VoxelGrid ReadNiftiGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info);
 
+// FreeSurfer MGH (.mgh, .mgz).
+bool IsMghFile(const std::string& path);
+VolumeFileInfo ReadMghInfo(const std::string& path, const VolumeChoice& choice);
+VoxelGrid ReadMghGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info);
+
 // DICOM: a folder holding one or more series, or a single (multi-frame) file.
 bool IsDicomInput(const std::string& path);
 VolumeFileInfo ReadDicomInfo(const std::string& path, const VolumeChoice& choice);

@@ -61,7 +61,7 @@ TEST(VolumeFiles, NiftiKeepsVoxelsAndSpacingWithSignedValuesOffset) {
     EXPECT_NEAR(glm::length(glm::vec3(p) - glm::vec3(volume->GetMatrixOS2RSf()[3])), 0.5f, 1e-5f);
 
     const VolumeFileInfo info = ReadVolumeFileInfo(dir / "ramp.nii");
-    EXPECT_EQ(info.format, "NIfTI");
+    EXPECT_EQ(info.format, "NIfTI-1");
     EXPECT_EQ(info.dims, glm::ivec3(4, 3, 2));
     // Converted on request.
     auto floats = ReadVolumeFile(dir / "ramp.nii", {}, VoxelKind::Float32).loaded.volume;

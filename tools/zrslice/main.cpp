@@ -48,8 +48,12 @@ int main(int argc, char** argv) {
     render->add_option("-o,--output", out, "picture to write (.png); the values and lists go beside it")->required();
 
     std::string infoPath;
+    zrio::VolumeChoice infoChoice;
+    int infoFrame = -1;
     auto* info = app.add_subcommand("info", "describe a volume or mesh file");
     info->add_option("FILE", infoPath, "volume file, DICOM folder or mesh file")->required();
+    info->add_option("--series", infoChoice.series, "the DICOM series (number or UID) or part of one to describe");
+    info->add_option("--frame", infoFrame, "the time point of a 4-D file to describe")->check(CLI::NonNegativeNumber);
 
     std::string demoFolder = "out/demo";
     int demoSize = 256;
@@ -68,7 +72,8 @@ int main(int argc, char** argv) {
     zrio::ShowLibraryDiagnostics(verbose);
     try {
         if (*info) {
-            std::fputs(zrio::DescribeFile(infoPath).c_str(), stdout);
+            if (infoFrame >= 0) infoChoice.frame = infoFrame;
+            std::fputs(zrio::DescribeFile(infoPath, infoChoice).c_str(), stdout);
             return 0;
         }
         zrio::PluginSession session(plugin);

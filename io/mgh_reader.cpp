@@ -1,0 +1,158 @@
+// FreeSurfer's MGH volumes (.mgh, and .mgz gzip'd), as nibabel reads them: a
+// big-endian header of 284 bytes (dimensions, voxel type, voxel sizes,
+// direction cosines and the RAS position of the grid's centre), then the
+// voxels, x fastest. The centre is that of voxel dims / 2 (not (dims - 1) / 2),
+// FreeSurfer's own convention.
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+
+#include "byte_source.h"
+#include "grid_placement.h"
+#include "input_error.h"
+#include "stored_voxels.h"
+#include "volume_readers.h"
+
+namespace zrio {
+
+namespace {
+
+constexpr uint64_t kDataOffset = 284;
+
+struct MghFile {
+    glm::ivec3 dims{1};
+    int frames = 1;
+    StoredType type = StoredType::UInt8;
+    VolumeFileInfo info;
+};
+
+template <class T>
+T BigEndian(const unsigned char* header, size_t offset) {
+    T value;
+    std::memcpy(&value, header + offset, sizeof(T));
+    if (std::endian::native != std::endian::big) SwapBytes(&value, 1, sizeof(T));
+    return value;
+}
+
+MghFile Describe(const std::string& path) {
+    ByteSource source(path);
+    unsigned char h[90] = {};
+    source.ReadExactly(h, sizeof(h), "the MGH header");
+    MghFile file;
+    VolumeFileInfo& info = file.info;
+    info.format = source.Compressed() ? "MGH (gzip'd, .mgz)" : "MGH";
+    const int32_t version = BigEndian<int32_t>(h, 0);
+    if (version != 1)
+        throw InputError(path, "is not an MGH volume: its version field is " + std::to_string(version) + ", not 1");
+    int64_t extent[4];
+    for (int k = 0; k < 4; ++k) {
+        extent[k] = BigEndian<int32_t>(h, 4 + 4 * k);
+        if (extent[k] < 1 || extent[k] > 65536)
+            throw InputError(path, "dimension " + std::to_string(k) + " is " + std::to_string(extent[k]) +
+                                       "; each must hold 1 to 65536 voxels");
+    }
+    for (int axis = 0; axis < 3; ++axis) file.dims[axis] = static_cast<int>(extent[axis]);
+    file.frames = static_cast<int>(extent[3]);
+    info.dims = file.dims;
+    info.frames = file.frames;
+    switch (const int32_t type = BigEndian<int32_t>(h, 20)) {
+        case 0: file.type = StoredType::UInt8; break;
+        case 1: file.type = StoredType::Int32; break;
+        case 3: file.type = StoredType::Float32; break;
+        case 4: file.type = StoredType::Int16; break;
+        default:
+            throw InputError(path, "stores voxel type " + std::to_string(type) +
+                                       "; MGH volumes hold type 0 (uchar), 1 (int), 3 (float) or 4 (short)");
+    }
+    info.componentType = StoredTypeName(file.type);
+
+    // Without the "good RAS" flag the geometry is FreeSurfer's default:
+    // 1 mm voxels in coronal order, centred on the origin.
+    glm::dvec3 delta(1.0), centre(0.0);
+    glm::dmat3 cosines(glm::dvec3(-1, 0, 0), glm::dvec3(0, 0, 1), glm::dvec3(0, -1, 0));
+    if (BigEndian<int16_t>(h, 28) > 0) {
+        for (int k = 0; k < 3; ++k) {
+            delta[k] = BigEndian<float>(h, 30 + 4 * k);
+            centre[k] = BigEndian<float>(h, 78 + 4 * k);
+            // Stored row k is the direction of voxel axis k.
+            for (int r = 0; r < 3; ++r) cosines[k][r] = BigEndian<float>(h, 42 + 12 * k + 4 * r);
+        }
+        info.placement = "direction cosines, voxel sizes and centre position";
+    } else {
+        info.placement = "FreeSurfer's default (no valid orientation in the header): 1 mm coronal, centred";
+    }
+    glm::dmat4 voxelToRas(1.0);
+    for (int axis = 0; axis < 3; ++axis) voxelToRas[axis] = glm::dvec4(cosines[axis] * delta[axis], 0.0);
+    glm::dvec3 offset = centre;
+    for (int axis = 0; axis < 3; ++axis) offset -= glm::dvec3(voxelToRas[axis]) * (file.dims[axis] / 2.0);
+    voxelToRas[3] = glm::dvec4(offset, 1.0);
+    info.geometry = GeometryFromMatrix(RasToLps(voxelToRas), path, info.notes);
+
+    const uint64_t needed = kDataOffset + static_cast<uint64_t>(file.dims.x) * file.dims.y * file.dims.z *
+                                              static_cast<uint64_t>(file.frames) * StoredTypeBytes(file.type);
+    if (!source.Compressed() && source.FileBytes() < needed)
+        throw InputError(path, "is truncated: it holds " + std::to_string(source.FileBytes()) +
+                                   " bytes, its header needs " + std::to_string(needed));
+    if (file.frames > 1)
+        info.choices.push_back(std::to_string(file.frames) + " frames: \"frame\": 0 .. " +
+                               std::to_string(file.frames - 1));
+    return file;
+}
+
+int ChosenFrame(const MghFile& file, const VolumeChoice& choice, const std::string& path) {
+    if (!choice.series.empty())
+        throw InputError(path, "\"series\" picks a DICOM series; an MGH file holds one series (use \"frame\")");
+    if (choice.frame && (*choice.frame < 0 || *choice.frame >= file.frames))
+        throw InputError(path, "\"frame\": " + std::to_string(*choice.frame) + " does not exist; the file holds " +
+                                   std::to_string(file.frames) + " frame(s), 0 .. " + std::to_string(file.frames - 1));
+    if (!choice.frame && file.frames > 1)
+        throw InputError(path, "holds " + std::to_string(file.frames) + " frames; pick one with \"frame\": 0 .. " +
+                                   std::to_string(file.frames - 1) + " in its volume object");
+    return choice.frame.value_or(0);
+}
+
+}  // namespace
+
+bool IsMghFile(const std::string& path) {
+    std::string lower = path;
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+    for (const std::string extension : {".mgh", ".mgz", ".mgh.gz"})
+        if (lower.size() >= extension.size() && lower.compare(lower.size() - extension.size(), extension.size(), extension) == 0)
+            return true;
+    return false;
+}
+
+VolumeFileInfo ReadMghInfo(const std::string& path, const VolumeChoice& choice) {
+    MghFile file = Describe(path);
+    if (choice.frame || !choice.series.empty()) {
+        ChosenFrame(file, choice, path);
+        file.info.choices.clear();
+    }
+    return file.info;
+}
+
+VoxelGrid ReadMghGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
+    MghFile file = Describe(path);
+    const int frame = ChosenFrame(file, choice, path);
+    try {
+        CheckVolumeSize(file.dims, StoredTypeBytes(file.type));
+    } catch (const std::invalid_argument& e) {
+        throw InputError(path, e.what());
+    }
+    const uint64_t count = static_cast<uint64_t>(file.dims.x) * file.dims.y * file.dims.z;
+    ByteSource data(path);
+    data.SkipTo(kDataOffset + static_cast<uint64_t>(frame) * count * StoredTypeBytes(file.type), "the voxel data");
+    VoxelGrid grid;
+    ReadStoredVoxels(data, file.type, count, true, grid);
+    grid.dims = file.dims;
+    grid.geometry = file.info.geometry;
+    info = std::move(file.info);
+    if (file.frames > 1) {
+        info.choices.clear();
+        info.notes.push_back("frame " + std::to_string(frame) + " of " + std::to_string(file.frames));
+    }
+    return grid;
+}
+
+}  // namespace zrio
