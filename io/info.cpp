@@ -1,7 +1,5 @@
 #include "info.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <filesystem>
 
@@ -37,14 +35,6 @@ std::string DescribePlacement(const VolumeFileInfo& info) {
 }
 
 }  // namespace
-
-bool IsMeshFileName(const std::string& path) {
-    std::string ext = std::filesystem::path(path).extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    for (const char* known : {".stl", ".obj", ".ply", ".gltf", ".glb", ".off", ".fbx", ".dae", ".3ds"})
-        if (ext == known) return true;
-    return false;
-}
 
 std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
     std::string text = path + "\n";

@@ -13,7 +13,4 @@ namespace zrio {
 // from its headers, with the list of what a request may pick.
 std::string DescribeFile(const std::string& path, const VolumeChoice& choice = {});
 
-// True for file names that assimp reads as meshes (by extension).
-bool IsMeshFileName(const std::string& path);
-
 }  // namespace zrio

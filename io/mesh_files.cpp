@@ -1,6 +1,7 @@
 #include "mesh_files.h"
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <limits>
 #include <stdexcept>
@@ -10,6 +11,7 @@
 #include <assimp/scene.h>
 
 #include "input_error.h"
+#include "vtk_poly_data.h"
 
 namespace zrio {
 
@@ -21,9 +23,14 @@ const aiScene* Import(Assimp::Importer& importer, const std::string& path) {
     if (std::filesystem::is_directory(path, ec)) throw InputError(path, "is a directory, not a mesh file");
     // Node transforms are baked into the vertices so that a multi-part file
     // comes out as one object in its own coordinates.
+    // No structure validation: it refuses point clouds ("contains no faces"),
+    // which become point sets here; the mesh builder checks every index.
     const unsigned flags = aiProcess_Triangulate | aiProcess_JoinIdenticalVertices | aiProcess_PreTransformVertices |
-                           aiProcess_SortByPType | aiProcess_ValidateDataStructure;
+                           aiProcess_SortByPType;
     const aiScene* scene = importer.ReadFile(path, flags);
+    // Point clouds (PLY or OBJ holding vertices only) have no node to
+    // pre-transform and fail the full import; as they are, they are a point set.
+    if (!scene) scene = importer.ReadFile(path, 0);
     if (!scene) throw InputError(path, "cannot read mesh: " + FirstLine(importer.GetErrorString()));
     if (scene->mNumMeshes == 0) throw InputError(path, "file holds no mesh");
     return scene;
@@ -40,14 +47,23 @@ void AppendVertices(zrobjects::MeshArrays& out, const aiMesh& mesh) {
 
 }  // namespace
 
+bool IsMeshFileName(const std::string& path) {
+    std::string ext = std::filesystem::path(path).extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+    for (const char* known : {".stl", ".obj", ".ply", ".gltf", ".glb", ".off", ".fbx", ".dae", ".3ds", ".vtk", ".vtp"})
+        if (ext == known) return true;
+    return false;
+}
+
 zrobjects::MeshArrays ReadMeshFile(const std::string& path) {
+    if (IsVtkMeshFile(path)) return ReadVtkMeshFile(path);
     Assimp::Importer importer;
     const aiScene* scene = Import(importer, path);
     zrobjects::MeshArrays triangles, points;
     points.topology = 3;
     for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
         const aiMesh& mesh = *scene->mMeshes[m];
-        if (mesh.mPrimitiveTypes & aiPrimitiveType_TRIANGLE) {
+        if (mesh.mNumFaces > 0 && (mesh.mPrimitiveTypes & aiPrimitiveType_TRIANGLE)) {
             const uint32_t base = static_cast<uint32_t>(triangles.positions.size() / 3);
             AppendVertices(triangles, mesh);
             for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
@@ -55,7 +71,7 @@ zrobjects::MeshArrays ReadMeshFile(const std::string& path) {
                 if (face.mNumIndices != 3) continue;
                 for (unsigned k = 0; k < 3; ++k) triangles.indices.push_back(base + face.mIndices[k]);
             }
-        } else if (mesh.mPrimitiveTypes & aiPrimitiveType_POINT) {
+        } else if (mesh.mNumFaces == 0 || (mesh.mPrimitiveTypes & aiPrimitiveType_POINT)) {
             AppendVertices(points, mesh);
         }
     }
@@ -65,6 +81,21 @@ zrobjects::MeshArrays ReadMeshFile(const std::string& path) {
 }
 
 MeshFileInfo ReadMeshFileInfo(const std::string& path) {
+    if (IsVtkMeshFile(path)) {
+        const zrobjects::MeshArrays mesh = ReadVtkMeshFile(path);
+        MeshFileInfo info;
+        info.meshes = 1;
+        info.vertices = mesh.positions.size() / 3;
+        info.triangles = mesh.topology == 3 ? 0 : mesh.indices.size() / 3;
+        info.boundsMin = glm::dvec3(std::numeric_limits<double>::max());
+        info.boundsMax = -info.boundsMin;
+        for (size_t k = 0; k < mesh.positions.size(); k += 3) {
+            const glm::dvec3 p(mesh.positions[k], mesh.positions[k + 1], mesh.positions[k + 2]);
+            info.boundsMin = glm::min(info.boundsMin, p);
+            info.boundsMax = glm::max(info.boundsMax, p);
+        }
+        return info;
+    }
     Assimp::Importer importer;
     const aiScene* scene = Import(importer, path);
     MeshFileInfo info;

@@ -11,6 +11,10 @@
 
 namespace zrio {
 
+// True for file names of the mesh formats read here (by extension): STL, OBJ,
+// PLY, glTF and the others assimp reads, and VTK polydata (.vtk, .vtp).
+bool IsMeshFileName(const std::string& path);
+
 // Every mesh of the file, with its node transforms applied, merged into one
 // array set: triangles when the file has faces, otherwise its vertices as a
 // point set.

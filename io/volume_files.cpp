@@ -10,6 +10,7 @@
 
 #include "byte_source.h"
 #include "input_error.h"
+#include "mesh_files.h"
 #include "stored_voxels.h"
 #include "volume_readers.h"
 
@@ -83,9 +84,19 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
     }
 }
 
-VolumeFileInfo ReadVolumeFileInfo(const std::string& path, const VolumeChoice& choice) {
+namespace {
+
+void CheckIsVolumeInput(const std::string& path) {
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) throw InputError(path, "no such file or directory");
+    if (IsMeshFileName(path) && !std::filesystem::is_directory(path, ec))
+        throw InputError(path, "is a mesh file, not a volume; give it as {\"type\": \"mesh\", \"file\": ...}");
+}
+
+}  // namespace
+
+VolumeFileInfo ReadVolumeFileInfo(const std::string& path, const VolumeChoice& choice) {
+    CheckIsVolumeInput(path);
     if (IsDicomInput(path)) return ReadDicomInfo(path, choice);
     if (IsNiftiFile(path)) return ReadNiftiInfo(path, choice);
     if (IsMghFile(path)) return ReadMghInfo(path, choice);
@@ -93,8 +104,7 @@ VolumeFileInfo ReadVolumeFileInfo(const std::string& path, const VolumeChoice& c
 }
 
 VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
-    std::error_code ec;
-    if (!std::filesystem::exists(path, ec)) throw InputError(path, "no such file or directory");
+    CheckIsVolumeInput(path);
     try {
         if (IsDicomInput(path)) return ReadDicomGrid(path, choice, info);
         if (IsNiftiFile(path)) return ReadNiftiGrid(path, choice, info);

@@ -92,7 +92,7 @@ itk::ImageIOBase::Pointer ReadHeader(const std::string& path, std::string& forma
     }
     itk::ImageIOBase::Pointer io =
         itk::ImageIOFactory::CreateImageIO(path.c_str(), itk::ImageIOFactory::IOFileModeEnum::ReadMode);
-    if (!io) throw InputError(path, "not a volume format this program reads (NIfTI, NRRD, MetaImage, DICOM)");
+    if (!io) throw InputError(path, "not a volume format this program reads (NIfTI, MGH, NRRD, MetaImage, DICOM; meshes: STL, OBJ, PLY, glTF, VTK)");
     io->SetFileName(path);
     io->ReadImageInformation();
     format = FormatName(*io);

@@ -8,8 +8,8 @@ packages=(
     libglm-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     nlohmann-json3-dev libcli11-dev libpng-dev
-    libinsighttoolkit5-dev libassimp-dev libgdcm-dev zlib1g-dev
-    python3-pytest python3-numpy python3-nibabel python3-pydicom python3-pil
+    libinsighttoolkit5-dev libassimp-dev libgdcm-dev zlib1g-dev libpugixml-dev
+    python3-pytest python3-numpy python3-nibabel python3-pydicom python3-pil python3-vtk9
 )
 
 missing=()
