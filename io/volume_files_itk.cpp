@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <regex>
 #include <span>
 #include <vector>
 
@@ -20,6 +21,8 @@
 #include <itkMetaImageIOFactory.h>
 #include <itkNrrdImageIOFactory.h>
 
+#include "data_length.h"
+#include "diagnostics.h"
 #include "input_error.h"
 #include "volume_files.h"
 #include "volume_readers.h"
@@ -96,6 +99,8 @@ itk::ImageIOBase::Pointer ReadHeader(const std::string& path, std::string& forma
     io->SetFileName(path);
     io->ReadImageInformation();
     format = FormatName(*io);
+    if (format == "NRRD") CheckNrrdDataLength(path, io->GetImageSizeInBytes());
+    if (format == "MetaImage") CheckMetaImageDataLength(path, io->GetImageSizeInBytes());
     return io;
 }
 
@@ -143,6 +148,17 @@ VoxelGrid ReadAs(const std::string& path, const glm::ivec3& expectedDims) {
     return grid;
 }
 
+// ITK's descriptions start with the class and its address, and a failed read
+// says little more than that it failed; keep what tells the user something.
+std::string ItkReason(const itk::ExceptionObject& e, const std::string& fallback) {
+    static const std::regex prefix(R"(^(ITK ERROR: )?\w+\(0x[0-9a-fA-F]+\): )");
+    std::string line = std::regex_replace(FirstLine(e.GetDescription()), prefix, "");
+    if (line.empty() || line.find("Error reading") != std::string::npos ||
+        line.find("ITK ERROR") != std::string::npos)
+        return fallback;
+    return line;
+}
+
 bool IsDirectory(const std::string& path) {
     std::error_code ec;
     return fs::is_directory(path, ec);
@@ -151,6 +167,7 @@ bool IsDirectory(const std::string& path) {
 }  // namespace
 
 VolumeFileInfo ReadItkInfo(const std::string& path, const VolumeChoice&) {
+    QuietLibraries quiet;
     try {
         VolumeFileInfo info;
         auto io = ReadHeader(path, info.format);
@@ -168,11 +185,12 @@ VolumeFileInfo ReadItkInfo(const std::string& path, const VolumeChoice&) {
         info.placement = info.format == "NRRD" ? "space directions and origin" : "spacing, origin and direction";
         return info;
     } catch (const itk::ExceptionObject& e) {
-        throw InputError(path, "cannot read: " + FirstLine(e.GetDescription()));
+        throw InputError(path, "cannot read its header: " + ItkReason(e, "damaged or not in the format its name says"));
     }
 }
 
 VoxelGrid ReadItkGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
+    QuietLibraries quiet;
     try {
         info = ReadItkInfo(path, choice);
         if (info.components != 1)
@@ -201,7 +219,8 @@ VoxelGrid ReadItkGrid(const std::string& path, const VolumeChoice& choice, Volum
                 throw InputError(path, "stores " + info.componentType + " voxels, which this program cannot read");
         }
     } catch (const itk::ExceptionObject& e) {
-        throw InputError(path, "cannot read: " + FirstLine(e.GetDescription()));
+        throw InputError(path, "cannot read its voxel data: " +
+                                   ItkReason(e, "damaged or cut short (--verbose shows the library's report)"));
     }
 }
 

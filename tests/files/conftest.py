@@ -112,6 +112,46 @@ def trilinear(volume_xyz, voxel):
     return np.where(inside, out, np.nan)
 
 
+RAS_TO_LPS = np.diag([-1.0, -1.0, 1.0, 1.0])
+
+
+def view_through(lps, shape, size=48):
+    """A camera looking along the grid's third axis through its centre, with an
+    extent that covers the grid's first two axes."""
+    centre = lps @ np.array([(shape[0] - 1) / 2, (shape[1] - 1) / 2, (shape[2] - 1) / 2 + 0.3, 1.0])
+    axes = lps[:3, :3]
+    view = axes[:, 2] / np.linalg.norm(axes[:, 2])
+    up = -axes[:, 1] / np.linalg.norm(axes[:, 1])
+    up = up - view * np.dot(up, view)
+    extent = 1.3 * max(np.linalg.norm(axes[:, 0]) * shape[0], np.linalg.norm(axes[:, 1]) * shape[1])
+    return dict(centre=tuple(centre[:3]), view=tuple(view), up=tuple(up / np.linalg.norm(up)),
+                size=(size, size), extent=float(extent))
+
+
+def expected_values(document, lps, data):
+    world = pixel_world(document)
+    h, w = world.shape[:2]
+    homogeneous = np.concatenate([world, np.ones((h, w, 1))], axis=-1)
+    voxel = (np.linalg.inv(lps) @ homogeneous.reshape(-1, 4).T).T[:, :3].reshape(h, w, 3)
+    return trilinear(data, voxel)
+
+
+def assert_values_where_placed(files, volume, lps, data):
+    """Renders the value picture of the volume object `volume` through zrslice on
+    a plane through the grid, and compares it with trilinear samples of `data`
+    (an (X, Y, Z) array of real values) placed by `lps`, the voxel-to-LPS
+    matrix computed independently of zrslice."""
+    document = slice_document(volume, **view_through(lps, data.shape))
+    run, _, values, lists = render(files, document)
+    assert run.code == 0, run
+    real = values.astype(float) - lists["volumes"]["v"]["valueOffset"]
+    expected = expected_values(document, lps, data)
+    inside = ~np.isnan(expected)
+    assert inside.sum() > 200, "the view must cut the volume"
+    difference = np.abs(real[inside] - expected[inside])
+    assert difference.max() <= 1.001, f"largest difference {difference.max()} for {volume}"
+
+
 def info_field(text, name):
     """The value of line `name:` of `zrslice info`."""
     for line in text.splitlines():

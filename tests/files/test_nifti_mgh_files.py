@@ -14,10 +14,8 @@ import nibabel as nib
 import numpy as np
 import pytest
 
-from conftest import info_field, pixel_world, render, slice_document, trilinear, zrslice
-
-RAS_TO_LPS = np.diag([-1.0, -1.0, 1.0, 1.0])
-
+from conftest import (RAS_TO_LPS, assert_values_where_placed, expected_values, info_field, render, slice_document,
+                      zrslice)
 
 def stored_values(shape, dtype=np.int16, base=-1000):
     """Integer voxels that differ along every axis and not linearly, so that any
@@ -35,49 +33,19 @@ def patch(path, offset, fmt, *values):
         f.write(struct.pack(fmt, *values))
 
 
-def view_through(lps, shape, size=48):
-    """A camera looking along the grid's third axis through its centre, with an
-    extent that covers the grid's first two axes."""
-    centre = lps @ np.array([(shape[0] - 1) / 2, (shape[1] - 1) / 2, (shape[2] - 1) / 2 + 0.3, 1.0])
-    axes = lps[:3, :3]
-    view = axes[:, 2] / np.linalg.norm(axes[:, 2])
-    up = -axes[:, 1] / np.linalg.norm(axes[:, 1])
-    up = up - view * np.dot(up, view)
-    extent = 1.3 * max(np.linalg.norm(axes[:, 0]) * shape[0], np.linalg.norm(axes[:, 1]) * shape[1])
-    return dict(centre=tuple(centre[:3]), view=tuple(view), up=tuple(up / np.linalg.norm(up)),
-                size=(size, size), extent=float(extent))
-
-
-def expected_values(document, lps, data):
-    world = pixel_world(document)
-    h, w = world.shape[:2]
-    homogeneous = np.concatenate([world, np.ones((h, w, 1))], axis=-1)
-    voxel = (np.linalg.inv(lps) @ homogeneous.reshape(-1, 4).T).T[:, :3].reshape(h, w, 3)
-    return trilinear(data, voxel)
-
-
-def assert_placed_as_nibabel_reads(files, path, frame=None, nib_image=None):
+def assert_placed_as_nibabel_reads(files, path, frame=None):
     """Renders the value picture of `path` through zrslice and compares it with
     nibabel's reading of the same file; returns the run of `zrslice info`."""
-    image = nib_image or nib.load(str(path))
+    image = nib.load(str(path))
     data = np.asarray(image.get_fdata())
     if data.ndim == 4:
         data = data[..., frame]
     if data.ndim == 2:
         data = data[..., None]
-    lps = RAS_TO_LPS @ image.affine
     volume = {"type": "volume", "file": str(path)}
     if frame is not None:
         volume["frame"] = frame
-    document = slice_document(volume, **view_through(lps, data.shape))
-    run, _, values, lists = render(files, document)
-    assert run.code == 0, run
-    real = values.astype(float) - lists["volumes"]["v"]["valueOffset"]
-    expected = expected_values(document, lps, data)
-    inside = ~np.isnan(expected)
-    assert inside.sum() > 200, "the view must cut the volume"
-    difference = np.abs(real[inside] - expected[inside])
-    assert difference.max() <= 1.001, f"largest difference {difference.max()} in {path.name}"
+    assert_values_where_placed(files, volume, RAS_TO_LPS @ image.affine, data)
     info = zrslice("info", path, *(["--frame", frame] if frame is not None else []))
     assert info.code == 0, info
     return info

@@ -1,0 +1,111 @@
+#include "data_length.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "input_error.h"
+
+namespace zrio {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Trim(const std::string& text) {
+    const size_t first = text.find_first_not_of(" \t\r");
+    if (first == std::string::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
+}
+
+std::string Lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+uint64_t FileBytes(const std::string& path) {
+    std::error_code ec;
+    const uint64_t size = fs::file_size(path, ec);
+    if (ec) throw InputError(path, "its voxel file cannot be read: " + ec.message());
+    return size;
+}
+
+// The data file named in a header, relative to the header's folder.
+std::string Beside(const std::string& header, const std::string& name) {
+    const fs::path p(name);
+    return p.is_absolute() ? name : (fs::path(header).parent_path() / p).string();
+}
+
+void Require(const std::string& dataPath, uint64_t available, uint64_t needed, uint64_t before) {
+    if (available < needed)
+        throw InputError(dataPath, "is truncated: its voxels need " + std::to_string(needed) + " bytes after " +
+                                       std::to_string(before) + " header bytes, the file holds " +
+                                       std::to_string(available));
+}
+
+}  // namespace
+
+void CheckNrrdDataLength(const std::string& path, uint64_t voxelBytes) {
+    std::ifstream in(path, std::ios::binary);
+    std::map<std::string, std::string> fields;
+    std::string line;
+    uint64_t headerBytes = 0;
+    // Fields up to the first empty line ("key: value", comments start with #).
+    while (std::getline(in, line)) {
+        headerBytes += line.size() + 1;
+        line = Trim(line);
+        if (line.empty()) break;
+        if (line[0] == '#') continue;
+        const size_t colon = line.find(':');
+        if (colon != std::string::npos) fields[Lower(Trim(line.substr(0, colon)))] = Trim(line.substr(colon + 1));
+    }
+    const std::string encoding = Lower(fields["encoding"]);
+    if (encoding != "raw") return;
+    std::string dataPath = path;
+    uint64_t before = headerBytes;
+    if (fields.count("data file") || fields.count("datafile")) {
+        const std::string name = fields.count("data file") ? fields["data file"] : fields["datafile"];
+        if (name.rfind("LIST", 0) == 0 || name.find('%') != std::string::npos) return;  // several files
+        dataPath = Beside(path, name);
+        before = 0;
+    }
+    const std::string skip = fields["byte skip"];
+    if (skip == "-1") before = 0;  // the voxels are the file's last bytes
+    else if (!skip.empty()) before += static_cast<uint64_t>(std::max(0LL, std::atoll(skip.c_str())));
+    const uint64_t size = FileBytes(dataPath);
+    Require(dataPath, size >= before ? size - before : 0, voxelBytes, before);
+}
+
+void CheckMetaImageDataLength(const std::string& path, uint64_t voxelBytes) {
+    std::ifstream in(path, std::ios::binary);
+    std::map<std::string, std::string> fields;
+    std::string line;
+    uint64_t headerBytes = 0;
+    // "Key = Value" lines; ElementDataFile is the last one.
+    while (std::getline(in, line)) {
+        headerBytes += line.size() + 1;
+        const size_t equals = line.find('=');
+        if (equals == std::string::npos) continue;
+        const std::string key = Lower(Trim(line.substr(0, equals)));
+        fields[key] = Trim(line.substr(equals + 1));
+        if (key == "elementdatafile") break;
+    }
+    if (Lower(fields["compresseddata"]) == "true") return;
+    const std::string name = fields["elementdatafile"];
+    if (name.empty() || name.rfind("LIST", 0) == 0 || name.find('%') != std::string::npos) return;
+    std::string dataPath = path;
+    uint64_t before = headerBytes;
+    if (Lower(name) != "local") {
+        dataPath = Beside(path, name);
+        before = 0;
+    }
+    const long long headerSize = fields.count("headersize") ? std::atoll(fields["headersize"].c_str()) : 0;
+    if (headerSize == -1) before = 0;  // the voxels are the file's last bytes
+    else before += static_cast<uint64_t>(std::max(0LL, headerSize));
+    const uint64_t size = FileBytes(dataPath);
+    Require(dataPath, size >= before ? size - before : 0, voxelBytes, before);
+}
+
+}  // namespace zrio
