@@ -38,9 +38,23 @@ std::string Beside(const std::string& header, const std::string& name) {
     return p.is_absolute() ? name : (fs::path(header).parent_path() / p).string();
 }
 
-void Require(const std::string& dataPath, uint64_t available, uint64_t needed, uint64_t before) {
-    if (available < needed)
-        throw InputError(dataPath, "is truncated: its voxels need " + std::to_string(needed) + " bytes after " +
+// `voxelBytes` must fit in the data file after the header. `name` is the data
+// file a header names (empty or "LOCAL": its own), `skip` the bytes before the
+// voxels ("-1": the voxels are the file's last bytes).
+void RequireLength(const std::string& path, uint64_t headerBytes, const std::string& name, const std::string& skip,
+                   uint64_t voxelBytes) {
+    std::string dataPath = path;
+    uint64_t before = headerBytes;
+    if (!name.empty() && Lower(name) != "local") {
+        dataPath = Beside(path, name);
+        before = 0;
+    }
+    if (skip == "-1") before = 0;
+    else if (!skip.empty()) before += static_cast<uint64_t>(std::max(0LL, std::atoll(skip.c_str())));
+    const uint64_t size = FileBytes(dataPath);
+    const uint64_t available = size >= before ? size - before : 0;
+    if (available < voxelBytes)
+        throw InputError(dataPath, "is truncated: its voxels need " + std::to_string(voxelBytes) + " bytes after " +
                                        std::to_string(before) + " header bytes, the file holds " +
                                        std::to_string(available));
 }
@@ -63,19 +77,9 @@ void CheckNrrdDataLength(const std::string& path, uint64_t voxelBytes) {
     }
     const std::string encoding = Lower(fields["encoding"]);
     if (encoding != "raw") return;
-    std::string dataPath = path;
-    uint64_t before = headerBytes;
-    if (fields.count("data file") || fields.count("datafile")) {
-        const std::string name = fields.count("data file") ? fields["data file"] : fields["datafile"];
-        if (name.rfind("LIST", 0) == 0 || name.find('%') != std::string::npos) return;  // several files
-        dataPath = Beside(path, name);
-        before = 0;
-    }
-    const std::string skip = fields["byte skip"];
-    if (skip == "-1") before = 0;  // the voxels are the file's last bytes
-    else if (!skip.empty()) before += static_cast<uint64_t>(std::max(0LL, std::atoll(skip.c_str())));
-    const uint64_t size = FileBytes(dataPath);
-    Require(dataPath, size >= before ? size - before : 0, voxelBytes, before);
+    const std::string name = fields.count("data file") ? fields["data file"] : fields["datafile"];
+    if (name.rfind("LIST", 0) == 0 || name.find('%') != std::string::npos) return;  // several files
+    RequireLength(path, headerBytes, name, fields["byte skip"], voxelBytes);
 }
 
 void CheckMetaImageDataLength(const std::string& path, uint64_t voxelBytes) {
@@ -95,17 +99,7 @@ void CheckMetaImageDataLength(const std::string& path, uint64_t voxelBytes) {
     if (Lower(fields["compresseddata"]) == "true") return;
     const std::string name = fields["elementdatafile"];
     if (name.empty() || name.rfind("LIST", 0) == 0 || name.find('%') != std::string::npos) return;
-    std::string dataPath = path;
-    uint64_t before = headerBytes;
-    if (Lower(name) != "local") {
-        dataPath = Beside(path, name);
-        before = 0;
-    }
-    const long long headerSize = fields.count("headersize") ? std::atoll(fields["headersize"].c_str()) : 0;
-    if (headerSize == -1) before = 0;  // the voxels are the file's last bytes
-    else before += static_cast<uint64_t>(std::max(0LL, headerSize));
-    const uint64_t size = FileBytes(dataPath);
-    Require(dataPath, size >= before ? size - before : 0, voxelBytes, before);
+    RequireLength(path, headerBytes, name, fields["headersize"], voxelBytes);
 }
 
 }  // namespace zrio

@@ -11,7 +11,7 @@
 #include "byte_source.h"
 #include "grid_placement.h"
 #include "input_error.h"
-#include "stored_voxels.h"
+#include "packed_frames.h"
 #include "volume_readers.h"
 
 namespace zrio {
@@ -21,9 +21,7 @@ namespace {
 constexpr uint64_t kDataOffset = 284;
 
 struct MghFile {
-    glm::ivec3 dims{1};
-    int frames = 1;
-    StoredType type = StoredType::UInt8;
+    PackedFrames packed;
     VolumeFileInfo info;
 };
 
@@ -41,6 +39,10 @@ MghFile Describe(const std::string& path) {
     source.ReadExactly(h, sizeof(h), "the MGH header");
     MghFile file;
     VolumeFileInfo& info = file.info;
+    PackedFrames& packed = file.packed;
+    packed.dataPath = path;
+    packed.dataOffset = kDataOffset;
+    packed.bigEndian = true;
     info.format = source.Compressed() ? "MGH (gzip'd, .mgz)" : "MGH";
     const int32_t version = BigEndian<int32_t>(h, 0);
     if (version != 1)
@@ -52,20 +54,19 @@ MghFile Describe(const std::string& path) {
             throw InputError(path, "dimension " + std::to_string(k) + " is " + std::to_string(extent[k]) +
                                        "; each must hold 1 to 65536 voxels");
     }
-    for (int axis = 0; axis < 3; ++axis) file.dims[axis] = static_cast<int>(extent[axis]);
-    file.frames = static_cast<int>(extent[3]);
-    info.dims = file.dims;
-    info.frames = file.frames;
+    for (int axis = 0; axis < 3; ++axis) info.dims[axis] = static_cast<int>(extent[axis]);
+    packed.frames = extent[3];
+    info.frames = static_cast<int>(extent[3]);
     switch (const int32_t type = BigEndian<int32_t>(h, 20)) {
-        case 0: file.type = StoredType::UInt8; break;
-        case 1: file.type = StoredType::Int32; break;
-        case 3: file.type = StoredType::Float32; break;
-        case 4: file.type = StoredType::Int16; break;
+        case 0: packed.type = StoredType::UInt8; break;
+        case 1: packed.type = StoredType::Int32; break;
+        case 3: packed.type = StoredType::Float32; break;
+        case 4: packed.type = StoredType::Int16; break;
         default:
             throw InputError(path, "stores voxel type " + std::to_string(type) +
                                        "; MGH volumes hold type 0 (uchar), 1 (int), 3 (float) or 4 (short)");
     }
-    info.componentType = StoredTypeName(file.type);
+    info.componentType = StoredTypeName(packed.type);
 
     // Without the "good RAS" flag the geometry is FreeSurfer's default:
     // 1 mm voxels in coronal order, centred on the origin.
@@ -85,31 +86,16 @@ MghFile Describe(const std::string& path) {
     glm::dmat4 voxelToRas(1.0);
     for (int axis = 0; axis < 3; ++axis) voxelToRas[axis] = glm::dvec4(cosines[axis] * delta[axis], 0.0);
     glm::dvec3 offset = centre;
-    for (int axis = 0; axis < 3; ++axis) offset -= glm::dvec3(voxelToRas[axis]) * (file.dims[axis] / 2.0);
+    for (int axis = 0; axis < 3; ++axis) offset -= glm::dvec3(voxelToRas[axis]) * (info.dims[axis] / 2.0);
     voxelToRas[3] = glm::dvec4(offset, 1.0);
     info.geometry = GeometryFromMatrix(RasToLps(voxelToRas), path, info.notes);
 
-    const uint64_t needed = kDataOffset + static_cast<uint64_t>(file.dims.x) * file.dims.y * file.dims.z *
-                                              static_cast<uint64_t>(file.frames) * StoredTypeBytes(file.type);
+    const uint64_t needed = kDataOffset + static_cast<uint64_t>(info.dims.x) * info.dims.y * info.dims.z *
+                                              static_cast<uint64_t>(packed.frames) * StoredTypeBytes(packed.type);
     if (!source.Compressed() && source.FileBytes() < needed)
         throw InputError(path, "is truncated: it holds " + std::to_string(source.FileBytes()) +
                                    " bytes, its header needs " + std::to_string(needed));
-    if (file.frames > 1)
-        info.choices.push_back(std::to_string(file.frames) + " frames: \"frame\": 0 .. " +
-                               std::to_string(file.frames - 1));
     return file;
-}
-
-int ChosenFrame(const MghFile& file, const VolumeChoice& choice, const std::string& path) {
-    if (!choice.series.empty())
-        throw InputError(path, "\"series\" picks a DICOM series; an MGH file holds one series (use \"frame\")");
-    if (choice.frame && (*choice.frame < 0 || *choice.frame >= file.frames))
-        throw InputError(path, "\"frame\": " + std::to_string(*choice.frame) + " does not exist; the file holds " +
-                                   std::to_string(file.frames) + " frame(s), 0 .. " + std::to_string(file.frames - 1));
-    if (!choice.frame && file.frames > 1)
-        throw InputError(path, "holds " + std::to_string(file.frames) + " frames; pick one with \"frame\": 0 .. " +
-                                   std::to_string(file.frames - 1) + " in its volume object");
-    return choice.frame.value_or(0);
 }
 
 }  // namespace
@@ -125,34 +111,12 @@ bool IsMghFile(const std::string& path) {
 
 VolumeFileInfo ReadMghInfo(const std::string& path, const VolumeChoice& choice) {
     MghFile file = Describe(path);
-    if (choice.frame || !choice.series.empty()) {
-        ChosenFrame(file, choice, path);
-        file.info.choices.clear();
-    }
-    return file.info;
+    return ChooseFrameInfo(file.packed, std::move(file.info), choice, path);
 }
 
 VoxelGrid ReadMghGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
     MghFile file = Describe(path);
-    const int frame = ChosenFrame(file, choice, path);
-    try {
-        CheckVolumeSize(file.dims, StoredTypeBytes(file.type));
-    } catch (const std::invalid_argument& e) {
-        throw InputError(path, e.what());
-    }
-    const uint64_t count = static_cast<uint64_t>(file.dims.x) * file.dims.y * file.dims.z;
-    ByteSource data(path);
-    data.SkipTo(kDataOffset + static_cast<uint64_t>(frame) * count * StoredTypeBytes(file.type), "the voxel data");
-    VoxelGrid grid;
-    ReadStoredVoxels(data, file.type, count, true, grid);
-    grid.dims = file.dims;
-    grid.geometry = file.info.geometry;
-    info = std::move(file.info);
-    if (file.frames > 1) {
-        info.choices.clear();
-        info.notes.push_back("frame " + std::to_string(frame) + " of " + std::to_string(file.frames));
-    }
-    return grid;
+    return ReadChosenFrame(file.packed, std::move(file.info), choice, path, info);
 }
 
 }  // namespace zrio

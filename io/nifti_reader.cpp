@@ -20,7 +20,7 @@
 #include "byte_source.h"
 #include "grid_placement.h"
 #include "input_error.h"
-#include "stored_voxels.h"
+#include "packed_frames.h"
 #include "volume_readers.h"
 
 namespace zrio {
@@ -258,27 +258,26 @@ glm::dmat4 PixdimMatrix(const NiftiHeader& n, const glm::ivec3& dims, const std:
 
 struct NiftiFile {
     NiftiHeader header;
-    std::string headerPath, dataPath;
-    StoredType type = StoredType::UInt8;
-    glm::ivec3 dims{1};
-    int64_t frames = 1;
-    uint64_t dataOffset = 0;
+    PackedFrames packed;
     VolumeFileInfo info;
 };
 
 NiftiFile Describe(const std::string& path) {
     NiftiFile file;
-    file.headerPath = path;
-    if (const auto header = Sibling(path, ".img", ".hdr")) file.headerPath = *header;
-    NiftiHeader& n = file.header = ParseHeader(file.headerPath);
-    file.dataPath = file.headerPath;
+    std::string headerPath = path;
+    if (const auto header = Sibling(path, ".img", ".hdr")) headerPath = *header;
+    NiftiHeader& n = file.header = ParseHeader(headerPath);
+    PackedFrames& packed = file.packed;
+    packed.frameName = "time point";
+    packed.bigEndian = n.bigEndian;
+    packed.dataPath = headerPath;
     if (n.pair) {
-        const auto data = Sibling(file.headerPath, ".hdr", ".img");
+        const auto data = Sibling(headerPath, ".hdr", ".img");
         if (!data) throw InputError(path, "is the header of a .hdr/.img pair but is not named .hdr");
-        file.dataPath = *data;
+        packed.dataPath = *data;
         std::error_code ec;
-        if (!fs::is_regular_file(file.dataPath, ec))
-            throw InputError(path, "is the header of a pair; its voxel file " + file.dataPath + " is missing");
+        if (!fs::is_regular_file(packed.dataPath, ec))
+            throw InputError(path, "is the header of a pair; its voxel file " + packed.dataPath + " is missing");
     }
     VolumeFileInfo& info = file.info;
     info.format = n.version == 1 ? "NIfTI-1" : "NIfTI-2";
@@ -297,37 +296,37 @@ NiftiFile Describe(const std::string& path) {
         if (extent(axis + 1) > 65536)
             throw InputError(path, "axis " + std::to_string(axis) + " has " + std::to_string(extent(axis + 1)) +
                                        " voxels, more than this program can hold");
-        file.dims[axis] = static_cast<int>(extent(axis + 1));
+        info.dims[axis] = static_cast<int>(extent(axis + 1));
     }
-    file.frames = extent(4);
+    packed.frames = extent(4);
     if (extent(5) > 1)
         throw InputError(path, "holds " + std::to_string(extent(5)) +
                                    " values per voxel (a vector or tensor image); only scalar volumes can be drawn");
     if (extent(6) > 1 || extent(7) > 1)
         throw InputError(path, "holds a " + std::to_string(rank) + "-D image; only 3-D volumes and 4-D series of them can be drawn");
-    info.dims = file.dims;
-    info.frames = static_cast<int>(std::min<int64_t>(file.frames, 1 << 30));
+    info.frames = static_cast<int>(std::min<int64_t>(packed.frames, 1 << 30));
 
     const auto type = StoredTypeOf(n.datatype);
     if (!type) throw InputError(path, DatatypeRefusal(n.datatype));
-    file.type = *type;
-    info.componentType = StoredTypeName(file.type);
+    packed.type = *type;
+    info.componentType = StoredTypeName(packed.type);
 
     // Voxel data offset and, for an uncompressed file, whether it is all there.
     const int headerBytes = n.version == 1 ? kHeader1Bytes : kHeader2Bytes;
     if (!std::isfinite(n.voxOffset) || n.voxOffset < 0.0 || n.voxOffset != std::floor(n.voxOffset))
         throw InputError(path, "vox_offset is " + Text("%g", n.voxOffset) + ", not a byte offset");
-    file.dataOffset = static_cast<uint64_t>(n.voxOffset);
+    packed.dataOffset = static_cast<uint64_t>(n.voxOffset);
     // A single file's voxels follow the header and its 4 extension bytes.
-    if (!n.pair) file.dataOffset = std::max<uint64_t>(file.dataOffset, static_cast<uint64_t>(headerBytes) + 4);
-    const uint64_t frameBytes = static_cast<uint64_t>(file.dims.x) * file.dims.y * file.dims.z * StoredTypeBytes(file.type);
+    if (!n.pair) packed.dataOffset = std::max<uint64_t>(packed.dataOffset, static_cast<uint64_t>(headerBytes) + 4);
+    const uint64_t frameBytes =
+        static_cast<uint64_t>(info.dims.x) * info.dims.y * info.dims.z * StoredTypeBytes(packed.type);
     {
-        ByteSource data(file.dataPath);
-        const uint64_t needed = file.dataOffset + frameBytes * static_cast<uint64_t>(file.frames);
+        ByteSource data(packed.dataPath);
+        const uint64_t needed = packed.dataOffset + frameBytes * static_cast<uint64_t>(packed.frames);
         if (!data.Compressed() && data.FileBytes() < needed)
-            throw InputError(file.dataPath, "is truncated: it holds " + std::to_string(data.FileBytes()) +
-                                                " bytes, its header needs " + std::to_string(needed) + " (" +
-                                                std::to_string(file.dataOffset) + " before the voxels)");
+            throw InputError(packed.dataPath, "is truncated: it holds " + std::to_string(data.FileBytes()) +
+                                                  " bytes, its header needs " + std::to_string(needed) + " (" +
+                                                  std::to_string(packed.dataOffset) + " before the voxels)");
     }
 
     // Values: slope 0 or not-a-number means no scaling.
@@ -348,7 +347,7 @@ NiftiFile Describe(const std::string& path) {
             // The qform may lack usable voxel sizes; it is only compared here.
             try {
                 const glm::dmat4 qform = QformMatrix(n, path);
-                const double apart = LargestCornerDistance(voxelToRas, qform, file.dims);
+                const double apart = LargestCornerDistance(voxelToRas, qform, info.dims);
                 double smallest = 1e300;
                 for (int axis = 0; axis < 3; ++axis)
                     smallest = std::min(smallest, glm::length(glm::dvec3(voxelToRas[axis])));
@@ -365,7 +364,7 @@ NiftiFile Describe(const std::string& path) {
         voxelToRas = QformMatrix(n, path);
         info.placement = "qform (code " + std::to_string(n.qformCode) + ": " + CodeMeaning(n.qformCode) + ")";
     } else {
-        voxelToRas = PixdimMatrix(n, file.dims, path);
+        voxelToRas = PixdimMatrix(n, info.dims, path);
         info.placement = "pixdim only (no sform or qform): centred on the grid, x flipped, as nibabel places it";
     }
     info.geometry = GeometryFromMatrix(RasToLps(voxelToRas), path, info.notes);
@@ -374,28 +373,7 @@ NiftiFile Describe(const std::string& path) {
         info.notes.push_back(std::string("the header gives the spatial unit as ") +
                              (spatialUnits == 1 ? "metres" : "micrometres") +
                              "; the numbers are taken as millimetres, as nibabel does");
-    if (file.frames > 1)
-        info.choices.push_back(std::to_string(file.frames) + " time points: \"frame\": 0 .. " +
-                               std::to_string(file.frames - 1));
     return file;
-}
-
-int64_t ChosenFrame(const NiftiFile& file, const VolumeChoice& choice, const std::string& path) {
-    if (!choice.series.empty())
-        throw InputError(path, "\"series\" picks a DICOM series; a NIfTI file holds one series (use \"frame\")");
-    if (file.frames == 1) {
-        if (choice.frame && *choice.frame != 0)
-            throw InputError(path, "holds one volume; \"frame\": " + std::to_string(*choice.frame) + " does not exist");
-        return 0;
-    }
-    if (!choice.frame)
-        throw InputError(path, "holds " + std::to_string(file.frames) + " time points (a 4-D file); pick one with "
-                               "\"frame\": 0 .. " + std::to_string(file.frames - 1) + " in its volume object");
-    if (*choice.frame < 0 || *choice.frame >= file.frames)
-        throw InputError(path, "\"frame\": " + std::to_string(*choice.frame) + " does not exist; the file holds " +
-                                   std::to_string(file.frames) + " time points, 0 .. " +
-                                   std::to_string(file.frames - 1));
-    return *choice.frame;
 }
 
 }  // namespace
@@ -409,37 +387,12 @@ bool IsNiftiFile(const std::string& path) {
 
 VolumeFileInfo ReadNiftiInfo(const std::string& path, const VolumeChoice& choice) {
     NiftiFile file = Describe(path);
-    if (choice.frame || !choice.series.empty()) {
-        ChosenFrame(file, choice, path);
-        file.info.choices.clear();
-    }
-    return file.info;
+    return ChooseFrameInfo(file.packed, std::move(file.info), choice, path);
 }
 
 VoxelGrid ReadNiftiGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
     NiftiFile file = Describe(path);
-    const int64_t frame = ChosenFrame(file, choice, path);
-    try {
-        CheckVolumeSize(file.dims, StoredTypeBytes(file.type));
-    } catch (const std::invalid_argument& e) {
-        throw InputError(path, e.what());
-    }
-    const uint64_t count = static_cast<uint64_t>(file.dims.x) * file.dims.y * file.dims.z;
-    ByteSource data(file.dataPath);
-    data.SkipTo(file.dataOffset + static_cast<uint64_t>(frame) * count * StoredTypeBytes(file.type), "the voxel data");
-    VoxelGrid grid;
-    ReadStoredVoxels(data, file.type, count, file.header.bigEndian, grid);
-    grid.dims = file.dims;
-    grid.geometry = file.info.geometry;
-    grid.slope = file.info.slope;
-    grid.intercept = file.info.intercept;
-    grid.window = file.info.window;
-    info = std::move(file.info);
-    if (file.frames > 1) {
-        info.choices.clear();
-        info.notes.push_back("time point " + std::to_string(frame) + " of " + std::to_string(file.frames));
-    }
-    return grid;
+    return ReadChosenFrame(file.packed, std::move(file.info), choice, path, info);
 }
 
 }  // namespace zrio

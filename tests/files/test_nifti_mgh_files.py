@@ -239,7 +239,7 @@ def write_request(files, path):
 
 
 @pytest.mark.parametrize("frame, expected", [
-    (None, "holds 4 time points (a 4-D file); pick one with \"frame\": 0 .. 3"),
+    (None, "holds 4 time points; pick one with \"frame\": 0 .. 3"),
     (7, "\"frame\": 7 does not exist; the file holds 4 time points, 0 .. 3"),
 ])
 def test_a_4d_file_needs_a_frame_that_exists(files, frame, expected):
