@@ -1,6 +1,7 @@
 // Builds volume objects from dense voxel arrays (x fastest, then y, then z).
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <span>
 
@@ -28,6 +29,13 @@ struct VolumeGeometry {
 template <class T>
 std::shared_ptr<ZrVObjectVolume> MakeVolume(std::span<const T> voxels, glm::ivec3 dims,
                                             const VolumeGeometry& geometry = {});
+
+// The same, with the grid's rows written by `fillRow(z, y, row)` (dims.x
+// voxels, in z-major order) straight into the volume's storage: a volume made
+// from a file or a conversion needs no second copy of its voxels.
+template <class T>
+std::shared_ptr<ZrVObjectVolume> MakeVolumeByRows(glm::ivec3 dims, const VolumeGeometry& geometry,
+                                                  const std::function<void(int z, int y, T* row)>& fillRow);
 
 // The object-to-reference matrix of a grid placement.
 glm::mat4 VolumeObjectToReference(const VolumeGeometry& geometry);

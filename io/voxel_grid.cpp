@@ -73,15 +73,17 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> Build(const std::vector<T>& voxels, 
     return zrobjects::MakeVolume<T>(std::span<const T>(voxels), grid.dims, grid.geometry);
 }
 
-// Real values of every voxel, converted to T by `convert`.
+// A volume of T holding the real value of every voxel converted by
+// `convert`, written row by row into the volume's storage.
 template <class T, class Convert>
-std::vector<T> Converted(const VoxelGrid& grid, Convert convert) {
+std::shared_ptr<zrobjects::ZrVObjectVolume> BuildConverted(const VoxelGrid& grid, Convert convert) {
     return std::visit(
         [&](const auto& stored) {
-            std::vector<T> out(stored.size());
-            for (size_t k = 0; k < stored.size(); ++k)
-                out[k] = convert(static_cast<double>(stored[k]) * grid.slope + grid.intercept);
-            return out;
+            return zrobjects::MakeVolumeByRows<T>(grid.dims, grid.geometry, [&](int z, int y, T* row) {
+                const auto* source = stored.data() + (static_cast<size_t>(z) * grid.dims.y + y) * grid.dims.x;
+                for (int x = 0; x < grid.dims.x; ++x)
+                    row[x] = convert(static_cast<double>(source[x]) * grid.slope + grid.intercept);
+            });
         },
         grid.voxels);
 }
@@ -194,14 +196,14 @@ LoadedVolume ToModuleVolume(VoxelGrid grid, std::optional<VoxelKind> as) {
     int offset = 0;
     if (as) {
         switch (*as) {
-            case VoxelKind::Int8: loaded.volume = Build(Converted<char>(grid, Clamped<signed char>), grid); break;
-            case VoxelKind::UInt8: loaded.volume = Build(Converted<unsigned char>(grid, Clamped<unsigned char>), grid); break;
-            case VoxelKind::Int16: loaded.volume = Build(Converted<short>(grid, Clamped<short>), grid); break;
+            case VoxelKind::Int8: loaded.volume = BuildConverted<char>(grid, Clamped<signed char>); break;
+            case VoxelKind::UInt8: loaded.volume = BuildConverted<unsigned char>(grid, Clamped<unsigned char>); break;
+            case VoxelKind::Int16: loaded.volume = BuildConverted<short>(grid, Clamped<short>); break;
             case VoxelKind::UInt16:
-                loaded.volume = Build(Converted<unsigned short>(grid, Clamped<unsigned short>), grid);
+                loaded.volume = BuildConverted<unsigned short>(grid, Clamped<unsigned short>);
                 break;
             case VoxelKind::Float32:
-                loaded.volume = Build(Converted<float>(grid, [](double v) { return static_cast<float>(v); }), grid);
+                loaded.volume = BuildConverted<float>(grid, [](double v) { return static_cast<float>(v); });
                 break;
         }
         if (*as == VoxelKind::Int8 || *as == VoxelKind::Int16)
@@ -239,14 +241,13 @@ LoadedVolume ToModuleVolume(VoxelGrid grid, std::optional<VoxelKind> as) {
             loaded.volume = Build(std::get<std::vector<uint8_t>>(grid.voxels), grid);
         } else if (chosen) {
             offset = *chosen;
-            loaded.volume = Build(
-                Converted<unsigned short>(grid, [offset](double v) { return static_cast<unsigned short>(v + offset); }),
-                grid);
+            loaded.volume =
+                BuildConverted<unsigned short>(grid, [offset](double v) { return static_cast<unsigned short>(v + offset); });
         } else {
             if (std::holds_alternative<std::vector<float>>(grid.voxels) && grid.slope == 1.0 && grid.intercept == 0.0)
                 loaded.volume = Build(std::get<std::vector<float>>(grid.voxels), grid);
             else
-                loaded.volume = Build(Converted<float>(grid, [](double v) { return static_cast<float>(v); }), grid);
+                loaded.volume = BuildConverted<float>(grid, [](double v) { return static_cast<float>(v); });
         }
     }
     loaded.values = MeasureValues(*loaded.volume, offset);
