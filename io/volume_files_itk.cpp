@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
-#include <regex>
 #include <span>
 #include <vector>
 
@@ -151,8 +150,11 @@ VoxelGrid ReadAs(const std::string& path, const glm::ivec3& expectedDims) {
 // ITK's descriptions start with the class and its address, and a failed read
 // says little more than that it failed; keep what tells the user something.
 std::string ItkReason(const itk::ExceptionObject& e, const std::string& fallback) {
-    static const std::regex prefix(R"(^(ITK ERROR: )?\w+\(0x[0-9a-fA-F]+\): )");
-    std::string line = std::regex_replace(FirstLine(e.GetDescription()), prefix, "");
+    std::string line = FirstLine(e.GetDescription());
+    if (line.rfind("ITK ERROR: ", 0) == 0) line.erase(0, 11);
+    const size_t address = line.find("(0x");
+    const size_t end = line.find("): ");
+    if (address != std::string::npos && end != std::string::npos && address < end) line.erase(0, end + 3);
     if (line.empty() || line.find("Error reading") != std::string::npos ||
         line.find("ITK ERROR") != std::string::npos)
         return fallback;
