@@ -30,7 +30,7 @@ bool IsMeshFileName(const std::string& path) {
     return false;
 }
 
-std::string DescribeFile(const std::string& path) {
+std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
     std::string text = path + "\n";
     if (IsMeshFileName(path)) {
         const MeshFileInfo info = ReadMeshFileInfo(path);
@@ -43,7 +43,20 @@ std::string DescribeFile(const std::string& path) {
                 Format(" .. %.3f %.3f %.3f\n", info.boundsMax.x, info.boundsMax.y, info.boundsMax.z);
         return text;
     }
-    const VolumeFile file = ReadVolumeFile(path);
+    if (choice.series.empty() && !choice.frame) {
+        const VolumeFileInfo header = ReadVolumeFileInfo(path, choice);
+        if (!header.choices.empty()) {
+            // Several volumes and none chosen: the list is the description.
+            text += "  kind:      " + header.format + "\n";
+            for (const std::string& note : header.notes) text += "  note:      " + note + "\n";
+            text += "  holds:     " + std::to_string(header.choices.size()) +
+                    " volumes; pick one with \"series\" (or \"frame\") in the request's volume object, or "
+                    "zrslice info --series (--frame):\n";
+            for (const std::string& line : header.choices) text += "             " + line + "\n";
+            return text;
+        }
+    }
+    const VolumeFile file = ReadVolumeFile(path, choice);
     const VolumeFileInfo& info = file.info;
     const VolumeValues& values = file.loaded.values;
     const auto& g = info.geometry;

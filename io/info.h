@@ -4,10 +4,14 @@
 
 #include <string>
 
+#include "volume_files.h"
+
 namespace zrio {
 
-// Throws InputError naming the file when it cannot be read.
-std::string DescribeFile(const std::string& path);
+// `choice` picks one volume of a file or folder that holds several; without
+// one, such an input is described by the list of its volumes and how to pick
+// each. Throws InputError naming the file when it cannot be read.
+std::string DescribeFile(const std::string& path, const VolumeChoice& choice = {});
 
 // True for file names that assimp reads as meshes (by extension).
 bool IsMeshFileName(const std::string& path);

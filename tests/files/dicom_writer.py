@@ -1,0 +1,155 @@
+"""DICOM files as scanners and planning systems write them, made by pydicom
+(Debian's 2.3) at test time, and the world position of every voxel they mean,
+computed here from the attributes written (LPS millimetres).
+
+A volume is a numpy array indexed (i, j, k): i along a row (the first three
+numbers of ImageOrientationPatient), j down a column (the last three), k from
+slice to slice. Voxel (i, j, k) lies at origin + i * sx * row + j * sy * col +
+k * step, which is what the files say and what a reader must reproduce.
+"""
+import numpy as np
+from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
+from pydicom.sequence import Sequence
+from pydicom.uid import (ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian, RLELossless,
+                         generate_uid)
+
+CT_IMAGE = "1.2.840.10008.5.1.4.1.1.2"
+MR_IMAGE = "1.2.840.10008.5.1.4.1.1.4"
+ENHANCED_CT = "1.2.840.10008.5.1.4.1.1.2.1"
+RT_DOSE = "1.2.840.10008.5.1.4.1.1.481.2"
+SEGMENTATION = "1.2.840.10008.5.1.4.1.1.66.4"
+NUCLEAR_MEDICINE = "1.2.840.10008.5.1.4.1.1.20"
+SECONDARY_CAPTURE = "1.2.840.10008.5.1.4.1.1.7"
+
+
+class Grid:
+    """Where the voxels of a volume lie: spacing (sx, sy) within a slice, and
+    the step from one slice's first voxel to the next one's."""
+
+    def __init__(self, origin=(0, 0, 0), row=(1, 0, 0), col=(0, 1, 0), spacing=(1.0, 1.0), step=(0, 0, 1)):
+        self.origin = np.array(origin, float)
+        self.row = np.array(row, float)
+        self.col = np.array(col, float)
+        self.spacing = np.array(spacing, float)
+        self.step = np.array(step, float)
+
+    def matrix(self):
+        """Voxel (i, j, k) to world: 3 x 3 columns and the origin."""
+        return np.column_stack([self.row * self.spacing[0], self.col * self.spacing[1], self.step])
+
+    def world(self, ijk):
+        return self.origin + np.asarray(ijk, float) @ self.matrix().T
+
+    def voxel(self, world):
+        """Voxel coordinates of world points (..., 3)."""
+        return (np.asarray(world, float) - self.origin) @ np.linalg.inv(self.matrix()).T
+
+    def position(self, k):
+        return self.origin + k * self.step
+
+    def world_of_all(self, dims):
+        i, j, k = np.meshgrid(*[np.arange(d) for d in dims], indexing="ij")
+        return self.world(np.stack([i, j, k], axis=-1))
+
+
+def ramp(grid, dims, gradient=(20.0, 30.0, 40.0), base=1000.0):
+    """Whole values of a linear function of the world position at every voxel:
+    trilinear interpolation on any grid, sheared or not, gives the function
+    itself, so a slice's values check the placement without our own code."""
+    return np.rint(grid.world_of_all(dims) @ np.array(gradient) + base)
+
+
+def new_dataset(sop_class=CT_IMAGE, syntax=ExplicitVRLittleEndian, modality="CT", series_uid=None, number=1,
+                description="test series"):
+    meta = FileMetaDataset()
+    meta.MediaStorageSOPClassUID = sop_class
+    meta.MediaStorageSOPInstanceUID = generate_uid()
+    meta.TransferSyntaxUID = syntax
+    ds = FileDataset("", {}, file_meta=meta, preamble=b"\0" * 128)
+    ds.is_little_endian = syntax != ExplicitVRBigEndian
+    ds.is_implicit_VR = syntax == ImplicitVRLittleEndian
+    ds.SOPClassUID = sop_class
+    ds.SOPInstanceUID = meta.MediaStorageSOPInstanceUID
+    ds.StudyInstanceUID = "1.2.826.0.1.3680043.2.1125.1"
+    ds.SeriesInstanceUID = series_uid or generate_uid()
+    ds.Modality = modality
+    if number is not None:
+        ds.SeriesNumber = number
+    if description:
+        ds.SeriesDescription = description
+    return ds
+
+
+def set_pixels(ds, frames, bits=16, stored=None, signed=False, big_endian=False):
+    """Stored values of one frame (rows, cols) or several (frames, rows, cols)."""
+    frames = np.asarray(frames)
+    ds.Rows, ds.Columns = frames.shape[-2:]
+    ds.SamplesPerPixel = 1
+    ds.PhotometricInterpretation = "MONOCHROME2"
+    ds.BitsAllocated = bits
+    ds.BitsStored = stored or bits
+    ds.HighBit = ds.BitsStored - 1
+    ds.PixelRepresentation = 1 if signed else 0
+    if bits == 1:
+        data = np.packbits(frames.astype(np.uint8).ravel(), bitorder="little").tobytes()
+    else:
+        kind = ("i" if signed else "u") + str(bits // 8)
+        data = frames.astype((">" if big_endian else "<") + kind).tobytes()
+    if len(data) % 2:
+        data += b"\0"
+    ds.PixelData = data
+    ds["PixelData"].VR = "OB" if bits <= 8 else "OW"
+
+
+def place(ds, position, grid):
+    ds.ImagePositionPatient = [float(v) for v in position]
+    ds.ImageOrientationPatient = [float(v) for v in np.concatenate([grid.row, grid.col])]
+    ds.PixelSpacing = [float(grid.spacing[1]), float(grid.spacing[0])]  # between rows, then between columns
+
+
+def save(ds, path, rle=False):
+    if rle:
+        ds.compress(RLELossless)
+    ds.save_as(str(path), write_like_original=False)
+    return path
+
+
+def write_series(folder, volume, grid, syntax=ExplicitVRLittleEndian, bits=16, signed=False, slope=None,
+                 intercept=None, window=None, thickness=None, series_uid=None, number=1, description="test series",
+                 modality="CT", order=None, rle=False, per_slice=None, skip=(), prefix="im"):
+    """One file per slice k of `volume` (i, j, k), named so that a listing
+    sorts them in `order` (default: the slices' own order). `per_slice` maps
+    an attribute to a list of one value per slice. Returns the file paths."""
+    folder.mkdir(parents=True, exist_ok=True)
+    series_uid = series_uid or generate_uid()
+    slices = list(range(volume.shape[2])) if order is None else list(order)
+    paths = []
+    for n, k in enumerate(slices):
+        if k in skip:
+            continue
+        ds = new_dataset(MR_IMAGE if modality == "MR" else CT_IMAGE, syntax, modality, series_uid, number, description)
+        ds.InstanceNumber = k + 1
+        place(ds, grid.position(k), grid)
+        if thickness is not None:
+            ds.SliceThickness = thickness
+        if slope is not None:
+            ds.RescaleSlope = slope
+            ds.RescaleIntercept = intercept or 0
+        if window is not None:
+            ds.WindowCenter, ds.WindowWidth = window
+        for name, values in (per_slice or {}).items():
+            setattr(ds, name, values[k])
+        set_pixels(ds, volume[:, :, k].T, bits=bits, signed=signed, big_endian=syntax == ExplicitVRBigEndian)
+        paths.append(save(ds, folder / f"{prefix}{n:04d}.dcm", rle=rle))
+    return paths
+
+
+def functional_group(**sequences):
+    """A functional-group item: name -> Dataset of attributes."""
+    item = Dataset()
+    for name, attributes in sequences.items():
+        inner = Dataset()
+        for key, value in attributes.items():
+            setattr(inner, key, value)
+        setattr(item, name, Sequence([inner]))
+    return item
