@@ -342,15 +342,13 @@ void ReadLegacyFrames(const gdcm::DataSet& set, DicomFrame common, DicomImageFil
     const glm::dvec3 normal = glm::cross(common.rowDirection, common.columnDirection);
     const int count = file.storage.frames;
     std::vector<glm::dvec3> positions(static_cast<size_t>(count), common.position);
-    if (count == 1) {
-        file.placement = "image positions";
-    } else if (const auto offsets = Decimals(set, kGridFrameOffsets, "GridFrameOffsetVector")) {
-        // Checked here because GDCM's own image reader asserts on a list
-        // that does not match the frames.
+    if (const auto offsets = Decimals(set, kGridFrameOffsets, "GridFrameOffsetVector")) {
+        // Checked here, for one frame too, because GDCM's own image reader
+        // asserts on a list that does not match the frames.
         if (offsets->size() != static_cast<size_t>(count))
             throw std::invalid_argument("GridFrameOffsetVector lists " + std::to_string(offsets->size()) +
-                                        " offsets for " + std::to_string(count) +
-                                        " frames (NumberOfFrames); each frame needs exactly one");
+                                        " offsets for " + std::to_string(count) + (count == 1 ? " frame" : " frames") +
+                                        " (NumberOfFrames); each frame needs exactly one");
         const bool relative = offsets->front() == 0.0;
         if (!relative && std::abs(std::abs(normal.z) - 1.0) > 1e-6)
             throw std::invalid_argument("GridFrameOffsetVector gives z positions (its first offset is not 0), "
@@ -364,6 +362,8 @@ void ReadLegacyFrames(const gdcm::DataSet& set, DicomFrame common, DicomImageFil
                          : glm::dvec3(common.position.x, common.position.y, offset);
         }
         file.placement = "image position and GridFrameOffsetVector";
+    } else if (count == 1) {
+        file.placement = "image positions";
     } else {
         std::optional<double> step = Decimal(set, kSpacingBetweenSlices, "SpacingBetweenSlices");
         file.placement = "image position and SpacingBetweenSlices";

@@ -153,3 +153,82 @@ def functional_group(**sequences):
             setattr(inner, key, value)
         setattr(item, name, Sequence([inner]))
     return item
+
+
+def write_enhanced(path, volume, grid, order=None, sop_class=ENHANCED_CT, modality="CT", slope=1.0, intercept=0.0,
+                   thickness=None, frame_content=None, syntax=ExplicitVRLittleEndian):
+    """An enhanced multi-frame file: frame n is slice order[n], placed by its
+    own functional group; orientation, spacing and rescale are shared."""
+    order = list(range(volume.shape[2])) if order is None else list(order)
+    ds = new_dataset(sop_class, syntax, modality)
+    ds.NumberOfFrames = len(order)
+    set_pixels(ds, np.stack([volume[:, :, k].T for k in order]))
+    measures = {"PixelSpacing": [float(grid.spacing[1]), float(grid.spacing[0])]}
+    if thickness is not None:
+        measures["SliceThickness"] = thickness
+    ds.SharedFunctionalGroupsSequence = Sequence([functional_group(
+        PlaneOrientationSequence={"ImageOrientationPatient": [float(v) for v in np.concatenate([grid.row, grid.col])]},
+        PixelMeasuresSequence=measures,
+        PixelValueTransformationSequence={"RescaleSlope": slope, "RescaleIntercept": intercept,
+                                          "RescaleType": "HU" if modality == "CT" else "US"})])
+    frames = []
+    for n, k in enumerate(order):
+        groups = {"PlanePositionSequence": {"ImagePositionPatient": [float(v) for v in grid.position(k)]}}
+        if frame_content:
+            groups.update(frame_content(n, k))
+        frames.append(functional_group(**groups))
+    ds.PerFrameFunctionalGroupsSequence = Sequence(frames)
+    return save(ds, path)
+
+
+def write_legacy_multiframe(path, volume, grid, sop_class=CT_IMAGE, modality="CT", spacing_between=None, rle=False,
+                            detector=False, bits=16):
+    """A multi-frame file with one position: frame k lies k * SpacingBetweenSlices
+    along the normal (NM files keep position and orientation in their
+    detector information)."""
+    ds = new_dataset(sop_class, ExplicitVRLittleEndian, modality)
+    ds.NumberOfFrames = volume.shape[2]
+    set_pixels(ds, np.stack([volume[:, :, k].T for k in range(volume.shape[2])]), bits=bits)
+    place(ds, grid.position(0), grid)
+    if detector:
+        item = Dataset()
+        item.ImagePositionPatient = ds.ImagePositionPatient
+        item.ImageOrientationPatient = ds.ImageOrientationPatient
+        ds.DetectorInformationSequence = Sequence([item])
+        del ds.ImagePositionPatient
+        del ds.ImageOrientationPatient
+    if spacing_between is not None:
+        ds.SpacingBetweenSlices = spacing_between
+    return save(ds, path, rle=rle)
+
+
+def write_dose(path, dose_gy, grid, scaling=1e-4, offsets=None, syntax=ExplicitVRLittleEndian, frames=None):
+    """An RT dose: 32-bit unsigned stored values, DoseGridScaling in Gy per
+    unit, frames placed by GridFrameOffsetVector (relative to the first)."""
+    stored = np.rint(dose_gy / scaling).astype(np.uint32)
+    ds = new_dataset(RT_DOSE, syntax, "RTDOSE")
+    n = stored.shape[2] if frames is None else frames
+    ds.NumberOfFrames = n
+    set_pixels(ds, np.stack([stored[:, :, k].T for k in range(n)]), bits=32,
+               big_endian=syntax == ExplicitVRBigEndian)
+    place(ds, grid.position(0), grid)
+    ds.GridFrameOffsetVector = (list(offsets) if offsets is not None
+                                else [float(np.dot(grid.step, np.cross(grid.row, grid.col)) * k) for k in range(n)])
+    ds.FrameIncrementPointer = 0x3004000C
+    ds.DoseGridScaling = scaling
+    ds.DoseUnits = "GY"
+    ds.DoseType = "PHYSICAL"
+    ds.DoseSummationType = "PLAN"
+    return save(ds, path), stored * scaling
+
+
+def rewrite_text(path, tag, vr, old, new):
+    """Replaces the text of an attribute of an explicit little-endian file by
+    text of the same length (values pydicom refuses to write, such as
+    NumberOfFrames "1A")."""
+    data = path.read_bytes()
+    group, element = tag
+    header = group.to_bytes(2, "little") + element.to_bytes(2, "little") + vr
+    at = data.index(header + len(old).to_bytes(2, "little") + old)
+    data = data[:at + 8] + new + data[at + 8 + len(old):]
+    path.write_bytes(data)
