@@ -1,9 +1,14 @@
 #include "dicom_pixels.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 
 #include <gdcmBitmap.h>
@@ -17,11 +22,40 @@
 #include <gdcmSequenceOfFragments.h>
 #include <gdcmTransferSyntax.h>
 
+#include "diagnostics.h"
 #include "input_error.h"
 
 namespace zrio::dicom {
 
 namespace {
+
+// The codecs behind GDCM (OpenJPEG, CharLS, libjpeg) print some of their
+// complaints straight to standard error, past GDCM's own switches; while one
+// decodes, standard error goes to /dev/null unless the user asked for the
+// libraries' text.
+class CodecOutputSilenced {
+public:
+    CodecOutputSilenced() {
+        if (LibraryDiagnosticsShown()) return;
+        std::fflush(stderr);
+        const int sink = ::open("/dev/null", O_WRONLY);
+        if (sink < 0) return;
+        saved_ = ::dup(STDERR_FILENO);
+        if (saved_ >= 0) ::dup2(sink, STDERR_FILENO);
+        ::close(sink);
+    }
+    ~CodecOutputSilenced() {
+        if (saved_ < 0) return;
+        std::fflush(stderr);
+        ::dup2(saved_, STDERR_FILENO);
+        ::close(saved_);
+    }
+    CodecOutputSilenced(const CodecOutputSilenced&) = delete;
+    CodecOutputSilenced& operator=(const CodecOutputSilenced&) = delete;
+
+private:
+    int saved_ = -1;
+};
 
 const gdcm::Tag kPixelData(0x7fe0, 0x0010);
 
@@ -113,6 +147,88 @@ std::vector<std::vector<unsigned char>> FrameStreams(const gdcm::SequenceOfFragm
     return streams;
 }
 
+// The image a code stream says it holds.
+struct StreamImage {
+    uint32_t width = 0, height = 0, components = 0, precision = 0;
+};
+
+uint32_t BigEndianAt(const std::vector<unsigned char>& b, size_t at, int bytes) {
+    uint32_t v = 0;
+    for (int k = 0; k < bytes; ++k) v = v << 8 | b[at + static_cast<size_t>(k)];
+    return v;
+}
+
+// The frame header (SOF) of a JPEG or JPEG-LS stream.
+std::optional<StreamImage> JpegImage(const std::vector<unsigned char>& b) {
+    if (b.size() < 4 || b[0] != 0xff || b[1] != 0xd8) return std::nullopt;
+    size_t at = 2;
+    while (at + 4 <= b.size()) {
+        if (b[at] != 0xff) return std::nullopt;
+        const unsigned char marker = b[at + 1];
+        if (marker == 0xff) {  // fill byte
+            ++at;
+            continue;
+        }
+        if (marker == 0x01 || (marker >= 0xd0 && marker <= 0xd7)) {  // no length
+            at += 2;
+            continue;
+        }
+        const uint32_t length = BigEndianAt(b, at + 2, 2);
+        const bool frameHeader = (marker >= 0xc0 && marker <= 0xcf && marker != 0xc4 && marker != 0xc8 && marker != 0xcc) ||
+                                 marker == 0xf7;  // SOF55, JPEG-LS
+        if (frameHeader) {
+            if (at + 10 > b.size()) return std::nullopt;
+            return StreamImage{BigEndianAt(b, at + 7, 2), BigEndianAt(b, at + 5, 2), b[at + 9], b[at + 4]};
+        }
+        at += 2 + length;
+    }
+    return std::nullopt;
+}
+
+// The image size (SIZ) of a JPEG 2000 code stream, bare or in a JP2 file.
+std::optional<StreamImage> Jpeg2000Image(const std::vector<unsigned char>& b) {
+    size_t at = 0;
+    if (b.size() >= 12 && BigEndianAt(b, 4, 4) == 0x6a502020) {  // "jP  ": walk the boxes to "jp2c"
+        at = 0;
+        while (true) {
+            if (at + 8 > b.size()) return std::nullopt;
+            uint64_t length = BigEndianAt(b, at, 4);
+            const uint32_t type = BigEndianAt(b, at + 4, 4);
+            size_t header = 8;
+            if (length == 1) {
+                if (at + 16 > b.size()) return std::nullopt;
+                length = uint64_t{BigEndianAt(b, at + 8, 4)} << 32 | BigEndianAt(b, at + 12, 4);
+                header = 16;
+            }
+            if (type == 0x6a703263) {
+                at += header;
+                break;
+            }
+            if (length < header || length == 0) return std::nullopt;
+            at += static_cast<size_t>(length);
+        }
+    }
+    if (at + 43 > b.size() || BigEndianAt(b, at, 2) != 0xff4f || BigEndianAt(b, at + 2, 2) != 0xff51) return std::nullopt;
+    const uint32_t width = BigEndianAt(b, at + 8, 4) - BigEndianAt(b, at + 16, 4);
+    const uint32_t height = BigEndianAt(b, at + 12, 4) - BigEndianAt(b, at + 20, 4);
+    return StreamImage{width, height, BigEndianAt(b, at + 40, 2), (b[at + 42] & 0x7fu) + 1u};
+}
+
+// GDCM's codecs assert on a stream whose image differs from the header's, so
+// the stream's own header is read and compared first.
+void CheckStream(const std::vector<unsigned char>& stream, const PixelStorage& s, bool jpeg2000, size_t frame) {
+    const std::optional<StreamImage> image = jpeg2000 ? Jpeg2000Image(stream) : JpegImage(stream);
+    const std::string what = "frame " + std::to_string(frame + 1) + (jpeg2000 ? "'s JPEG 2000" : "'s JPEG") + " stream";
+    if (!image) throw std::invalid_argument(what + " has no image header it can be read by");
+    if (image->width != static_cast<uint32_t>(s.columns) || image->height != static_cast<uint32_t>(s.rows) ||
+        image->components != 1 || image->precision > static_cast<uint32_t>(s.bitsAllocated) || image->precision == 0)
+        throw std::invalid_argument(what + " holds " + std::to_string(image->width) + " x " +
+                                    std::to_string(image->height) + " pixels of " + std::to_string(image->components) +
+                                    " component(s) at " + std::to_string(image->precision) + " bits; the header says " +
+                                    std::to_string(s.columns) + " x " + std::to_string(s.rows) + " of 1 at up to " +
+                                    std::to_string(s.bitsAllocated) + " bits");
+}
+
 // A frame compressed by JPEG, JPEG-LS or JPEG 2000, decoded by GDCM's codec
 // as a 2-D image of one fragment.
 void DecodeWithCodec(const std::vector<unsigned char>& stream, const PixelStorage& s, const gdcm::TransferSyntax& syntax,
@@ -132,10 +248,10 @@ void DecodeWithCodec(const std::vector<unsigned char>& stream, const PixelStorag
     fragment.SetByteValue(reinterpret_cast<const char*>(stream.data()), static_cast<uint32_t>(stream.size()));
     gdcm::SmartPointer<gdcm::SequenceOfFragments> fragments = new gdcm::SequenceOfFragments;
     fragments->AddFragment(fragment);
-    gdcm::DataElement pixels(kPixelData);
-    pixels.SetVR(gdcm::VR::OB);
+    // Fragments have an undefined length; SetVLToUndefined would assert for OB.
+    gdcm::DataElement pixels(kPixelData, gdcm::VL(0xffffffffu), gdcm::VR::OB);
     pixels.SetValue(*fragments);
-    pixels.SetVLToUndefined();
+    pixels.SetVL(gdcm::VL(0xffffffffu));
     bitmap.SetDataElement(pixels);
     const size_t bytes = FrameVoxels(s) * static_cast<size_t>(s.bitsAllocated / 8);
     if (bitmap.GetBufferLength() != bytes)
@@ -143,6 +259,7 @@ void DecodeWithCodec(const std::vector<unsigned char>& stream, const PixelStorag
     std::vector<char> decoded(bytes);
     bool done = false;
     try {
+        const CodecOutputSilenced silenced;
         done = bitmap.GetBuffer(decoded.data());
     } catch (...) {
         done = false;
@@ -162,11 +279,22 @@ std::vector<unsigned char> DecodeEncapsulated(const DicomImageFile& file, const 
     const std::vector<std::vector<unsigned char>> streams = FrameStreams(*fragments, s);
     const size_t frameBytes = FrameVoxels(s) * static_cast<size_t>(s.bitsAllocated / 8);
     std::vector<unsigned char> out(frameBytes * streams.size());
+    using TS = gdcm::TransferSyntax;
+    const TS::TSType type = syntax;
+    const bool jpeg2000 = type == TS::JPEG2000Lossless || type == TS::JPEG2000;
+    const bool jpeg = type == TS::JPEGBaselineProcess1 || type == TS::JPEGExtendedProcess2_4 ||
+                      type == TS::JPEGLosslessProcess14 || type == TS::JPEGLosslessProcess14_1 ||
+                      type == TS::JPEGLSLossless || type == TS::JPEGLSNearLossless;
+    if (type != TS::RLELossless && !jpeg && !jpeg2000)
+        throw std::invalid_argument("pixel data is compressed as " + s.transferSyntax +
+                                    ", which this program does not decode (it reads RLE, JPEG, JPEG-LS and JPEG 2000)");
     for (size_t k = 0; k < streams.size(); ++k) {
-        if (syntax == gdcm::TransferSyntax::RLELossless)
+        if (type == TS::RLELossless) {
             DecodeRleFrame(streams[k].data(), streams[k].size(), s, k, out.data() + k * frameBytes);
-        else
+        } else {
+            CheckStream(streams[k], s, jpeg2000, k);
             DecodeWithCodec(streams[k], s, syntax, k, out.data() + k * frameBytes);
+        }
     }
     return out;
 }

@@ -10,8 +10,11 @@ k * step, which is what the files say and what a reader must reproduce.
 import numpy as np
 from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
 from pydicom.sequence import Sequence
-from pydicom.uid import (ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian, RLELossless,
-                         generate_uid)
+import io
+
+from pydicom.encaps import encapsulate
+from pydicom.uid import (DeflatedExplicitVRLittleEndian, ExplicitVRBigEndian, ExplicitVRLittleEndian,
+                         ImplicitVRLittleEndian, JPEG2000Lossless, RLELossless, generate_uid)
 
 CT_IMAGE = "1.2.840.10008.5.1.4.1.1.2"
 MR_IMAGE = "1.2.840.10008.5.1.4.1.1.4"
@@ -107,16 +110,35 @@ def place(ds, position, grid):
     ds.PixelSpacing = [float(grid.spacing[1]), float(grid.spacing[0])]  # between rows, then between columns
 
 
-def save(ds, path, rle=False):
+def compress_jpeg2000(ds):
+    """JPEG 2000 lossless, one code stream per frame, written by Pillow's
+    OpenJPEG encoder."""
+    from PIL import Image
+
+    frames = ds.pixel_array.reshape(-1, ds.Rows, ds.Columns)
+    streams = []
+    for frame in frames:
+        stream = io.BytesIO()
+        Image.fromarray(frame.astype(np.uint16), mode="I;16").save(stream, format="JPEG2000", irreversible=False,
+                                                                     no_jp2=True)
+        streams.append(stream.getvalue())
+    ds.PixelData = encapsulate(streams)
+    ds["PixelData"].VR = "OB"
+    ds.file_meta.TransferSyntaxUID = JPEG2000Lossless
+
+
+def save(ds, path, rle=False, jpeg2000=False):
     if rle:
         ds.compress(RLELossless)
+    if jpeg2000:
+        compress_jpeg2000(ds)
     ds.save_as(str(path), write_like_original=False)
     return path
 
 
 def write_series(folder, volume, grid, syntax=ExplicitVRLittleEndian, bits=16, signed=False, slope=None,
                  intercept=None, window=None, thickness=None, series_uid=None, number=1, description="test series",
-                 modality="CT", order=None, rle=False, per_slice=None, skip=(), prefix="im"):
+                 modality="CT", order=None, rle=False, jpeg2000=False, per_slice=None, skip=(), prefix="im"):
     """One file per slice k of `volume` (i, j, k), named so that a listing
     sorts them in `order` (default: the slices' own order). `per_slice` maps
     an attribute to a list of one value per slice. Returns the file paths."""
@@ -140,7 +162,7 @@ def write_series(folder, volume, grid, syntax=ExplicitVRLittleEndian, bits=16, s
         for name, values in (per_slice or {}).items():
             setattr(ds, name, values[k])
         set_pixels(ds, volume[:, :, k].T, bits=bits, signed=signed, big_endian=syntax == ExplicitVRBigEndian)
-        paths.append(save(ds, folder / f"{prefix}{n:04d}.dcm", rle=rle))
+        paths.append(save(ds, folder / f"{prefix}{n:04d}.dcm", rle=rle, jpeg2000=jpeg2000))
     return paths
 
 

@@ -1,6 +1,7 @@
 """DICOM input that would give a wrong or misplaced picture is refused in one
 line of ours, by `info` and by `render`, with exit code 1 and nothing
 written; library text stays off the terminal."""
+import io
 import shutil
 
 import numpy as np
@@ -104,6 +105,25 @@ def broken_rle(files):
     return path
 
 
+def jpeg2000_stream(make_stream):
+    def make(files):
+        path = write_series(files / "one", volume((16, 12, 1)), GRID, jpeg2000=True)[0]
+        ds = pydicom.dcmread(str(path))
+        ds.PixelData = pydicom.encaps.encapsulate([make_stream(pydicom.encaps.decode_data_sequence(ds.PixelData)[0])])
+        ds.save_as(str(path))
+        return path
+    return make
+
+
+def jpeg2000_of_another_size(stream):
+    # GDCM's codec asserts when the code stream's image is larger than the header's.
+    from PIL import Image
+    out = io.BytesIO()
+    Image.fromarray(np.zeros((40, 30), np.uint16), mode="I;16").save(out, format="JPEG2000", irreversible=False,
+                                                                        no_jp2=True)
+    return out.getvalue()
+
+
 REFUSALS = [
     ("slice missing", slice_missing,
      "slices are not evenly spaced: 2.5 mm apart, but 5 mm between the slices at (-10, -8, 25) and (-10, -8, 30)"),
@@ -123,6 +143,11 @@ REFUSALS = [
     ("no DICOM image", no_dicom_at_all, "holds no DICOM image that makes a volume"),
     ("multi-frame without spacing", multiframe_without_spacing, "no spacing between its 4 frames"),
     ("broken RLE", broken_rle, "RLE data of frame 1"),
+    ("JPEG 2000 of another size", jpeg2000_stream(jpeg2000_of_another_size),
+     "frame 1's JPEG 2000 stream holds 30 x 40 pixels of 1 component(s) at 16 bits; the header says 16 x 12"),
+    ("JPEG 2000 not a code stream", jpeg2000_stream(lambda stream: bytes(range(256)) * 2),
+     "frame 1's JPEG 2000 stream has no image header"),
+    ("JPEG 2000 cut short", jpeg2000_stream(lambda stream: stream[:len(stream) // 2]), "cannot decode frame 1"),
 ]
 
 

@@ -3,7 +3,7 @@ the orientation, file order, encoding or tilt; several series or several
 volumes in one series listed and picked, never the first taken silently."""
 import numpy as np
 import pytest
-from pydicom.uid import ExplicitVRBigEndian, ImplicitVRLittleEndian
+from pydicom.uid import DeflatedExplicitVRLittleEndian, ExplicitVRBigEndian, ImplicitVRLittleEndian
 
 from conftest import info_field, pixel_world, render, slice_document, zrslice
 from dicom_writer import Grid, new_dataset, ramp, save, write_series
@@ -37,6 +37,9 @@ PLACEMENTS = [
     ("implicit VR", Grid((-10, -8, 20), spacing=(1.0, 1.2), step=(0, 0, 2.5)), {"syntax": ImplicitVRLittleEndian}, None),
     ("big endian", Grid((-10, -8, 20), spacing=(1.0, 1.2), step=(0, 0, 2.5)), {"syntax": ExplicitVRBigEndian}, None),
     ("RLE", Grid((-10, -8, 20), spacing=(1.0, 1.2), step=(0, 0, 2.5)), {"rle": True}, None),
+    ("JPEG 2000", Grid((-10, -8, 20), spacing=(1.0, 1.2), step=(0, 0, 2.5)), {"jpeg2000": True}, None),
+    ("deflated", Grid((-10, -8, 20), spacing=(1.0, 1.2), step=(0, 0, 2.5)),
+     {"syntax": DeflatedExplicitVRLittleEndian}, None),
     ("sagittal", Grid((5, -10, 30), row=(0, 1, 0), col=(0, 0, -1), spacing=(1.1, 0.9), step=(2.0, 0, 0)), {},
      ((14, 0, 22), (1, 0, 0), (0, 0, 1))),
     ("coronal", Grid((-10, 5, 30), row=(1, 0, 0), col=(0, 0, -1), spacing=(0.8, 1.0), step=(0, 3.0, 0)), {},
