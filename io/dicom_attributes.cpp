@@ -35,7 +35,12 @@ std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
 std::string Text(const gdcm::DataSet& set, const gdcm::Tag& tag) {
     const gdcm::ByteValue* bytes = Bytes(set, tag);
     if (!bytes || !bytes->GetPointer()) return {};
-    return Trimmed(std::string(bytes->GetPointer(), bytes->GetLength()));
+    std::string text = Trimmed(std::string(bytes->GetPointer(), bytes->GetLength()));
+    // Text from a file reaches one-line messages and lists: no control
+    // characters (a line break in a series description would split a line).
+    for (char& c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+    return text;
 }
 
 std::vector<std::string> TextValues(const gdcm::DataSet& set, const gdcm::Tag& tag) {

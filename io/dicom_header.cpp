@@ -13,6 +13,7 @@
 #include <gdcmTransferSyntax.h>
 
 #include "dicom_attributes.h"
+#include "dicom_structure.h"
 #include "input_error.h"
 
 namespace zrio::dicom {
@@ -408,6 +409,13 @@ const char* SplitKeyName(SplitKey key) {
     return "?";
 }
 
+bool HasDicomMark(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    char head[132] = {};
+    in.read(head, sizeof(head));
+    return in.gcount() == 132 && std::memcmp(head + 128, "DICM", 4) == 0;
+}
+
 bool LooksLikeDicom(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     unsigned char head[132] = {};
@@ -420,6 +428,11 @@ bool LooksLikeDicom(const std::string& path) {
 }
 
 HeaderResult ReadDicomHeader(const std::string& path, DicomImageFile& file, std::string& whyNot) {
+    // GDCM's parser asserts on a broken file, so none reaches it.
+    if (const std::string problem = StructureProblem(path); !problem.empty()) {
+        if (HasDicomMark(path)) throw InputError(path, "is not well-formed DICOM: " + problem);
+        return HeaderResult::NotDicom;
+    }
     gdcm::Reader reader;
     reader.SetFileName(path.c_str());
     bool read = false;

@@ -74,6 +74,7 @@ struct DicomImageFile {
 enum class HeaderResult { Image, NotDicom, NotVolumeImage };
 
 // Reads the header of `path`. Returns NotDicom for a file that is not DICOM
+// (a file with the DICM mark whose structure is broken is refused instead)
 // and NotVolumeImage for a DICOM file that holds no image placed in the
 // patient (a report, a structure set, a radiograph without a position),
 // which a folder scan leaves aside. Throws InputError naming the file, in one
@@ -83,5 +84,7 @@ HeaderResult ReadDicomHeader(const std::string& path, DicomImageFile& file, std:
 // True when the first bytes of `path` look like DICOM (the DICM mark after
 // the preamble, or a data set that starts with a group 0002 or 0008 tag).
 bool LooksLikeDicom(const std::string& path);
+// True when the file carries the DICM mark after its preamble.
+bool HasDicomMark(const std::string& path);
 
 }  // namespace zrio::dicom

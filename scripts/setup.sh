@@ -7,7 +7,7 @@ packages=(
     build-essential cmake ninja-build pkg-config
     libglm-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    nlohmann-json3-dev libcli11-dev libpng-dev
+    nlohmann-json3-dev libcli11-dev libpng-dev zlib1g-dev
     libinsighttoolkit5-dev libassimp-dev libnifti2-dev libgdcm-dev
     python3-pytest python3-numpy python3-nibabel python3-pydicom python3-pil
 )
