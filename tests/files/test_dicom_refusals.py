@@ -124,6 +124,17 @@ def jpeg2000_of_another_size(stream):
     return out.getvalue()
 
 
+def corrupted(find, replace):
+    """A written slice with bytes replaced, as a broken disk or transfer leaves it."""
+    def make(files):
+        path = write_series(files / "one", volume((16, 12, 1)), GRID, description="broken")[0]
+        data = path.read_bytes()
+        at = data.index(find)
+        path.write_bytes(data[:at] + replace + data[at + len(replace):])
+        return path
+    return make
+
+
 REFUSALS = [
     ("slice missing", slice_missing,
      "slices are not evenly spaced: 2.5 mm apart, but 5 mm between the slices at (-10, -8, 25) and (-10, -8, 30)"),
@@ -147,6 +158,11 @@ REFUSALS = [
      "frame 1's JPEG 2000 stream holds 30 x 40 pixels of 1 component(s) at 16 bits; the header says 16 x 12"),
     ("JPEG 2000 not a code stream", jpeg2000_stream(lambda stream: bytes(range(256)) * 2),
      "frame 1's JPEG 2000 stream has no image header"),
+    # GDCM's parser asserts on both.
+    ("meta information broken", corrupted(b"\x02\x00\x10\x00UI", b"\x02\x00\x10\x00U\x01"),
+     "is not well-formed DICOM: file meta element (0002,0010) at byte"),
+    ("element longer than the file", corrupted(b"\x08\x00\x3e\x10LO\x06\x00", b"\x08\x00\x3e\x10LO\xf0\xff"),
+     "is not well-formed DICOM: element (0008,103e) at byte"),
     ("JPEG 2000 cut short", jpeg2000_stream(lambda stream: stream[:len(stream) // 2]), "cannot decode frame 1"),
 ]
 
