@@ -265,6 +265,14 @@ bool Walker::Meta(uint64_t& at, std::string& syntax) {
         }
         if (length == kUndefined || at + header + length > bytes_.Size())
             return Fail("file meta element (0002," + Hex(element) + ")" + At(at) + " runs past the end of the file");
+        if (element == 0x0000 && length == 4) {
+            // GDCM reads the meta information as long as its group length says.
+            uint32_t groupLength = 0;
+            U32(at + header, groupLength, false);
+            if (at + header + 4 + uint64_t{groupLength} > bytes_.Size())
+                return Fail("the file meta information is " + std::to_string(groupLength) +
+                            " bytes long by its group length, longer than the file");
+        }
         if (element == 0x0010) {
             std::string text(length, '\0');
             bytes_.Read(at + header, text.data(), length);
@@ -315,6 +323,7 @@ std::string Walker::Walk() {
         const bool letters = vr[0] >= 'A' && vr[0] <= 'Z' && vr[1] >= 'A' && vr[1] <= 'Z';
         if (syntax.empty() || letters != explicit_) explicit_ = letters;
     }
+    if (at + 8 > bytes_.Size()) return "holds no data set after its file meta information";
     if (!Elements(at, bytes_.Size(), false, 0, true)) return problem_;
     return {};
 }
