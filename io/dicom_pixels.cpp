@@ -24,6 +24,7 @@
 
 #include "diagnostics.h"
 #include "input_error.h"
+#include "volume_files.h"
 
 namespace zrio::dicom {
 
@@ -278,6 +279,10 @@ std::vector<unsigned char> DecodeEncapsulated(const DicomImageFile& file, const 
     if (!fragments) throw std::invalid_argument("compressed pixel data holds no fragments");
     const std::vector<std::vector<unsigned char>> streams = FrameStreams(*fragments, s);
     const size_t frameBytes = FrameVoxels(s) * static_cast<size_t>(s.bitsAllocated / 8);
+    // A few bytes of compressed data may claim frames of any size.
+    if (static_cast<double>(frameBytes) * static_cast<double>(streams.size()) > static_cast<double>(PhysicalMemoryBytes() / 2))
+        throw std::invalid_argument("its " + std::to_string(streams.size()) + " frames of " + std::to_string(s.columns) +
+                                    " x " + std::to_string(s.rows) + " voxels are too large for this machine's memory");
     std::vector<unsigned char> out(frameBytes * streams.size());
     using TS = gdcm::TransferSyntax;
     const TS::TSType type = syntax;

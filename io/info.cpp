@@ -47,7 +47,7 @@ std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
         const VolumeFileInfo header = ReadVolumeFileInfo(path, choice);
         if (!header.choices.empty()) {
             // Several volumes and none chosen: the list is the description.
-            text += "  kind:      " + header.format + "\n";
+            text += "  kind:      volume (" + header.format + ")\n";
             for (const std::string& note : header.notes) text += "  note:      " + note + "\n";
             text += "  holds:     " + std::to_string(header.choices.size()) +
                     " volumes; pick one with \"series\" (or \"frame\") in the request's volume object, or "
