@@ -108,15 +108,6 @@ std::optional<uint16_t> UnsignedShort(const gdcm::DataSet& set, const gdcm::Tag&
     return value;
 }
 
-std::optional<double> FloatDouble(const gdcm::DataSet& set, const gdcm::Tag& tag) {
-    const gdcm::ByteValue* bytes = Bytes(set, tag);
-    if (!bytes || bytes->GetLength() < 8 || !bytes->GetPointer()) return std::nullopt;
-    double value = 0.0;
-    std::memcpy(&value, bytes->GetPointer(), 8);
-    if (!std::isfinite(value)) return std::nullopt;
-    return value;
-}
-
 std::optional<gdcm::DataSet> SequenceItem(const gdcm::DataSet& set, const gdcm::Tag& tag, size_t index) {
     if (!set.FindDataElement(tag)) return std::nullopt;
     const gdcm::DataElement& element = set.GetDataElement(tag);

@@ -37,8 +37,6 @@ std::optional<double> Decimal(const gdcm::DataSet& set, const gdcm::Tag& tag, co
 // An unsigned 16-bit binary attribute (US); nullopt when absent; throws
 // std::invalid_argument when its length is not 2 bytes.
 std::optional<uint16_t> UnsignedShort(const gdcm::DataSet& set, const gdcm::Tag& tag, const char* name);
-// A 64-bit float binary attribute (FD); nullopt when absent or malformed.
-std::optional<double> FloatDouble(const gdcm::DataSet& set, const gdcm::Tag& tag);
 
 // Item `index` (0-based) of a sequence attribute, copied (GDCM may parse a
 // sequence read as bytes into a temporary); nullopt when the sequence is

@@ -389,6 +389,14 @@ void ReadLegacyFrames(const gdcm::DataSet& set, DicomFrame common, DicomImageFil
     }
 }
 
+// True when the file carries the DICM mark after its preamble.
+bool HasDicomMark(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    char head[132] = {};
+    in.read(head, sizeof(head));
+    return in.gcount() == 132 && std::memcmp(head + 128, "DICM", 4) == 0;
+}
+
 }  // namespace
 
 uint64_t PixelStorage::NativeBytes() const {
@@ -407,13 +415,6 @@ const char* SplitKeyName(SplitKey key) {
         case kSplitKeys: break;
     }
     return "?";
-}
-
-bool HasDicomMark(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    char head[132] = {};
-    in.read(head, sizeof(head));
-    return in.gcount() == 132 && std::memcmp(head + 128, "DICM", 4) == 0;
 }
 
 bool LooksLikeDicom(const std::string& path) {

@@ -84,7 +84,5 @@ HeaderResult ReadDicomHeader(const std::string& path, DicomImageFile& file, std:
 // True when the first bytes of `path` look like DICOM (the DICM mark after
 // the preamble, or a data set that starts with a group 0002 or 0008 tag).
 bool LooksLikeDicom(const std::string& path);
-// True when the file carries the DICM mark after its preamble.
-bool HasDicomMark(const std::string& path);
 
 }  // namespace zrio::dicom
