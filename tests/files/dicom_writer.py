@@ -7,14 +7,14 @@ numbers of ImageOrientationPatient), j down a column (the last three), k from
 slice to slice. Voxel (i, j, k) lies at origin + i * sx * row + j * sy * col +
 k * step, which is what the files say and what a reader must reproduce.
 """
-import numpy as np
-from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
-from pydicom.sequence import Sequence
 import io
 
+import numpy as np
+from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
 from pydicom.encaps import encapsulate
-from pydicom.uid import (DeflatedExplicitVRLittleEndian, ExplicitVRBigEndian, ExplicitVRLittleEndian,
-                         ImplicitVRLittleEndian, JPEG2000Lossless, RLELossless, generate_uid)
+from pydicom.sequence import Sequence
+from pydicom.uid import (ExplicitVRBigEndian, ExplicitVRLittleEndian, ImplicitVRLittleEndian, JPEG2000Lossless,
+                         RLELossless, generate_uid)
 
 CT_IMAGE = "1.2.840.10008.5.1.4.1.1.2"
 MR_IMAGE = "1.2.840.10008.5.1.4.1.1.4"

@@ -7,8 +7,8 @@ import pytest
 from pydicom.sequence import Sequence
 from pydicom.uid import ExplicitVRBigEndian
 
-from conftest import info_field, pixel_world, render, slice_document, zrslice
-from dicom_writer import (NUCLEAR_MEDICINE, SEGMENTATION, Grid, functional_group, new_dataset, place, ramp, save,
+from conftest import info_field, pixel_world, render, slice_document, trilinear, zrslice
+from dicom_writer import (NUCLEAR_MEDICINE, SEGMENTATION, Grid, functional_group, new_dataset, ramp, save,
                           set_pixels, write_dose, write_enhanced, write_legacy_multiframe)
 
 GRADIENT = np.array([20.0, 30.0, 40.0])
@@ -112,7 +112,6 @@ def test_an_rt_dose_is_scaled_to_gray_and_placed_by_its_frame_offsets(files, syn
     voxel = grid.voxel(world)
     inside = np.all((voxel >= 0) & (voxel <= np.array(real.shape) - 1), axis=-1)
     # The dose between frames, interpolated along each axis in turn.
-    from conftest import trilinear
     expected = np.clip((trilinear(real, voxel) - 0.0) * (255.0 / 70.0), 0, 255)
     assert inside.sum() > 500
     assert np.max(np.abs(picture[:, :, 0][inside] - expected[inside])) <= 1.5
@@ -151,3 +150,38 @@ def test_a_one_bit_segmentation_is_split_by_segment_and_reads_zero_and_one(files
         assert run.code == 0, run
         assert lists["volumes"]["v"]["range"] == [0, 1]
         assert np.max(np.abs(values.astype(int) - lists["volumes"]["v"]["valueOffset"] - mask[:, :, 1].T)) == 0
+
+
+class EchoGrid(Grid):
+    """Frames k and k + n at one position: n slices of each of two echoes."""
+
+    def __init__(self, grid, n):
+        super().__init__(grid.origin, grid.row, grid.col, grid.spacing, grid.step)
+        self.n = n
+
+    def position(self, k):
+        return super().position(k % self.n)
+
+
+def test_an_enhanced_mr_of_two_echoes_is_split_by_echo_time(files):
+    grid = Grid((-10, -8, 20), spacing=(1.0, 1.2), step=(0, 0, 2.5))
+    echoes = {"echo=10": ((20, 30, 40), 1000), "echo=80": ((-5, 8, 3), 3000)}
+    both = np.concatenate([ramp(grid, DIMS, gradient=g, base=b) for g, b in echoes.values()], axis=2)
+    path = write_enhanced(files / "mr.dcm", both, EchoGrid(grid, DIMS[2]), sop_class="1.2.840.10008.5.1.4.1.1.4.1",
+                          modality="MR", frame_content=lambda n, k: {
+                              "MREchoSequence": {"EffectiveEchoTime": 10.0 if k < DIMS[2] else 80.0}})
+    info = zrslice("info", path)
+    assert info.code == 0, info
+    assert "/echo=10: " in info.out and "/echo=80: " in info.out, info.out
+    for echo, (gradient, base) in echoes.items():
+        centre = tuple(grid.world(np.array(DIMS) / 2 - 0.5) + [0, 0, 0.3])
+        document = slice_document({"type": "volume", "file": str(path), "series": echo}, centre=centre,
+                                  size=(32, 32), extent=16.0)
+        run, _, values, lists = render(files, document, echo.replace("=", ""))
+        assert run.code == 0, run
+        world = pixel_world(document)
+        voxel = grid.voxel(world)
+        inside = np.all((voxel >= 0) & (voxel <= np.array(DIMS) - 1), axis=-1)
+        got = values.astype(float)[inside] - lists["volumes"]["v"]["valueOffset"]
+        assert inside.sum() > 100
+        assert np.max(np.abs(got - (world[inside] @ np.array(gradient, float) + base))) <= 2.0, echo

@@ -115,9 +115,9 @@ def test_stray_files_in_a_series_folder_are_left_aside(files):
 def two_series(folder):
     grid_a = Grid((-10, -8, 20), spacing=(1.0, 1.0), step=(0, 0, 2.0))
     grid_b = Grid((-12, -6, 10), spacing=(0.5, 0.5), step=(0, 0, 1.0))
-    a = write_series(folder, ramp(grid_a, (20, 16, 10)), grid_a, number=3, description="CT Abdomen",
+    write_series(folder, ramp(grid_a, (20, 16, 10)), grid_a, number=3, description="CT Abdomen",
                      series_uid="1.2.826.0.1.3680043.2.1125.3", prefix="a")
-    b = write_series(folder, ramp(grid_b, (40, 32, 12), gradient=(-10, 5, 7), base=2000), grid_b, number=7,
+    write_series(folder, ramp(grid_b, (40, 32, 12), gradient=(-10, 5, 7), base=2000), grid_b, number=7,
                      description="CT Thin", series_uid="1.2.826.0.1.3680043.2.1125.7", prefix="b")
     return grid_a, grid_b
 
@@ -230,3 +230,10 @@ def test_a_tri_planar_localizer_is_split_by_orientation(files):
     picked = zrslice("info", folder, "--series", "1/orientation=coronal")
     assert picked.code == 0, picked
     assert info_field(picked.out, "values").startswith("200 .. 200")
+
+
+def test_a_dicom_volume_is_not_picked_by_frame(files):
+    two_series(files / "study")
+    run = zrslice("info", files / "study", "--frame", "1")
+    assert run.code == 1 and run.err.count("\n") == 1, run
+    assert '"frame" picks a time point of a 4-D NIfTI or MGH file; a DICOM volume is picked with "series"' in run.err
