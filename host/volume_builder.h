@@ -13,7 +13,9 @@ namespace zrobjects {
 
 // Placement of the grid in reference space: voxel (i, j, k) is centred at
 // origin + direction * (spacing * (i, j, k)). The columns of `direction` are the
-// unit axes of the grid.
+// unit axes of the grid; they need not be perpendicular, so a sheared grid (a
+// DICOM gantry tilt, whose k axis is the step between slice positions) is
+// placed exactly, and `spacing` is the length of each axis's step.
 struct VolumeGeometry {
     glm::dvec3 spacing{1.0};
     glm::dvec3 origin{0.0};

@@ -49,15 +49,24 @@ std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
                 Format(" .. %.3f %.3f %.3f\n", info.boundsMax.x, info.boundsMax.y, info.boundsMax.z);
         return text;
     }
-    const VolumeFileInfo header = ReadVolumeFileInfo(path, choice);
-    if (!header.choices.empty()) {
-        // Several volumes and none chosen: what the headers say, and the list.
-        text += "  kind:      volume (" + header.format + ")\n";
-        text += DescribePlacement(header);
-        text += "  holds:     several volumes; pick one with \"series\" or \"frame\" in the request's volume "
-                "object (here: --series, --frame):\n";
-        for (const std::string& line : header.choices) text += "             " + line + "\n";
-        return text;
+    if (choice.series.empty() && !choice.frame) {
+        const VolumeFileInfo header = ReadVolumeFileInfo(path, choice);
+        if (!header.choices.empty()) {
+            // Several volumes and none chosen: what the headers say, and the list.
+            text += "  kind:      volume (" + header.format + ")\n";
+            if (header.dims.x > 0) {
+                text += DescribePlacement(header);
+            } else {
+                for (const std::string& note : header.notes) text += "  note:      " + note + "\n";
+            }
+            // A file of packed frames lists them on one line ("12 time points: ...").
+            text += "  holds:     " +
+                    (header.choices.size() > 1 ? std::to_string(header.choices.size()) + " volumes" : "several volumes") +
+                    "; pick one with \"series\" (or \"frame\") in the request's volume object, or "
+                    "zrslice info --series (--frame):\n";
+            for (const std::string& line : header.choices) text += "             " + line + "\n";
+            return text;
+        }
     }
     const VolumeFile file = ReadVolumeFile(path, choice);
     const VolumeFileInfo& info = file.info;

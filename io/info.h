@@ -8,9 +8,10 @@
 
 namespace zrio {
 
-// Throws InputError naming the file when it cannot be read. A file holding
-// several volumes (DICOM series, time points) and no `choice` is described
-// from its headers, with the list of what a request may pick.
+// `choice` picks one volume of a file or folder that holds several; without
+// one, such an input is described by the list of its volumes and how to pick
+// each. Throws InputError naming the file when it cannot be read.
 std::string DescribeFile(const std::string& path, const VolumeChoice& choice = {});
+
 
 }  // namespace zrio

@@ -120,6 +120,7 @@ VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice, s
     VoxelGrid grid = ReadVoxelGrid(path, choice, file.info);
     try {
         file.loaded = ToModuleVolume(std::move(grid), as);
+        file.loaded.warnings.insert(file.loaded.warnings.begin(), file.info.warnings.begin(), file.info.warnings.end());
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
     } catch (const std::bad_alloc&) {

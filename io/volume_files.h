@@ -38,6 +38,10 @@ struct VolumeFileInfo {
     // What a user should know: differing transforms, a sheared grid, a gantry
     // tilt, uneven spacing, scaling applied...
     std::vector<std::string> notes;
+    // What a user must hear whenever the volume is used, because its placement
+    // rests on a weaker rule (a spacing from another attribute); said on
+    // standard error by every command that reads the volume.
+    std::vector<std::string> warnings;
     // The volumes a request may choose from ("series" / "frame"), one line each;
     // empty when the file holds one.
     std::vector<std::string> choices;

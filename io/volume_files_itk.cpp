@@ -1,6 +1,5 @@
-// The only file that includes ITK: image files and DICOM series through ITK's
-// readers, with the IO factories registered by hand so that only the formats we
-// link are known.
+// The only file that includes ITK: image files through ITK's readers, with the
+// IO factories registered by hand so that only the formats we link are known.
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -10,13 +9,9 @@
 #include <span>
 #include <vector>
 
-#include <itkGDCMImageIO.h>
-#include <itkGDCMImageIOFactory.h>
-#include <itkGDCMSeriesFileNames.h>
 #include <itkImage.h>
 #include <itkImageFileReader.h>
 #include <itkImageIOFactory.h>
-#include <itkImageSeriesReader.h>
 #include <itkMetaImageIOFactory.h>
 #include <itkNrrdImageIOFactory.h>
 
@@ -37,7 +32,6 @@ void RegisterFactories() {
     std::call_once(once, [] {
         itk::NrrdImageIOFactory::RegisterOneFactory();
         itk::MetaImageIOFactory::RegisterOneFactory();
-        itk::GDCMImageIOFactory::RegisterOneFactory();
     });
 }
 
@@ -45,20 +39,7 @@ std::string FormatName(const itk::ImageIOBase& io) {
     const std::string name = io.GetNameOfClass();
     if (name == "NrrdImageIO") return "NRRD";
     if (name == "MetaImageIO") return "MetaImage";
-    if (name == "GDCMImageIO") return "DICOM";
     return name;
-}
-
-// The files of the first DICOM series in a directory, in slice order.
-std::vector<std::string> DicomSeriesFiles(const std::string& directory) {
-    auto names = itk::GDCMSeriesFileNames::New();
-    names->SetUseSeriesDetails(true);
-    names->SetDirectory(directory);
-    const auto& series = names->GetSeriesUIDs();
-    if (series.empty()) throw InputError(directory, "directory holds no DICOM series");
-    std::vector<std::string> files = names->GetFileNames(series.front());
-    if (files.empty()) throw InputError(directory, "DICOM series has no readable slices");
-    return files;
 }
 
 template <class Image>
@@ -83,15 +64,6 @@ itk::ImageIOBase::Pointer ReadHeader(const std::string& path, std::string& forma
     RegisterFactories();
     std::error_code ec;
     if (!fs::exists(path, ec)) throw InputError(path, "no such file or directory");
-    if (fs::is_directory(path, ec)) {
-        const std::vector<std::string> files = DicomSeriesFiles(path);
-        auto io = itk::GDCMImageIO::New();
-        io->SetFileName(files.front());
-        io->ReadImageInformation();
-        io->SetDimensions(2, static_cast<unsigned>(files.size()));
-        format = "DICOM series (" + std::to_string(files.size()) + " slices)";
-        return io;
-    }
     itk::ImageIOBase::Pointer io =
         itk::ImageIOFactory::CreateImageIO(path.c_str(), itk::ImageIOFactory::IOFileModeEnum::ReadMode);
     if (!io) throw InputError(path, "not a volume format this program reads (NIfTI, MGH, NRRD, MetaImage, DICOM; meshes: STL, OBJ, PLY, glTF, VTK)");
@@ -122,20 +94,10 @@ glm::ivec3 DimsOf(const itk::ImageIOBase& io, const std::string& path) {
 template <class T>
 VoxelGrid ReadAs(const std::string& path, const glm::ivec3& expectedDims) {
     using Image = itk::Image<T, 3>;
-    typename Image::Pointer image;
-    std::error_code ec;
-    if (fs::is_directory(path, ec)) {
-        auto reader = itk::ImageSeriesReader<Image>::New();
-        reader->SetImageIO(itk::GDCMImageIO::New());
-        reader->SetFileNames(DicomSeriesFiles(path));
-        reader->Update();
-        image = reader->GetOutput();
-    } else {
-        auto reader = itk::ImageFileReader<Image>::New();
-        reader->SetFileName(path);
-        reader->Update();
-        image = reader->GetOutput();
-    }
+    auto reader = itk::ImageFileReader<Image>::New();
+    reader->SetFileName(path);
+    reader->Update();
+    typename Image::Pointer image = reader->GetOutput();
     const auto size = image->GetLargestPossibleRegion().GetSize();
     const glm::ivec3 dims(static_cast<int>(size[0]), static_cast<int>(size[1]), static_cast<int>(size[2]));
     if (dims != expectedDims) throw InputError(path, "image size changed between header and voxels");
@@ -159,11 +121,6 @@ std::string ItkReason(const itk::ExceptionObject& e, const std::string& fallback
         line.find("ITK ERROR") != std::string::npos)
         return fallback;
     return line;
-}
-
-bool IsDirectory(const std::string& path) {
-    std::error_code ec;
-    return fs::is_directory(path, ec);
 }
 
 }  // namespace
@@ -224,13 +181,6 @@ VoxelGrid ReadItkGrid(const std::string& path, const VolumeChoice& choice, Volum
         throw InputError(path, "cannot read its voxel data: " +
                                    ItkReason(e, "damaged or cut short (--verbose shows the library's report)"));
     }
-}
-
-// Until its own reader exists, DICOM goes through ITK as well.
-bool IsDicomInput(const std::string& path) { return IsDirectory(path); }
-VolumeFileInfo ReadDicomInfo(const std::string& path, const VolumeChoice& choice) { return ReadItkInfo(path, choice); }
-VoxelGrid ReadDicomGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info) {
-    return ReadItkGrid(path, choice, info);
 }
 
 }  // namespace zrio

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <numeric>
 #include <vector>
 
@@ -55,6 +56,27 @@ TEST(VolumeBuilder, PlacementMapsVoxelCentresToReferenceSpace) {
     EXPECT_EQ(box.pos_min, glm::dvec3(-0.5));
     EXPECT_EQ(box.pos_max, glm::dvec3(1.5));
     EXPECT_EQ(volume->GetVolumeData()->voxelPitch, geometry.spacing);
+}
+
+TEST(VolumeBuilder, AShearedGridKeepsItsStepAsTheThirdColumn) {
+    // A 20 degree gantry tilt: slices 2.5 mm apart along z, each shifted
+    // along y; the k column is the step between slice positions.
+    std::vector<float> voxels(2 * 2 * 2, 0.0f);
+    const double shift = 2.5 * std::tan(20.0 * 3.14159265358979 / 180.0);
+    const glm::dvec3 step(0.0, shift, 2.5);
+    VolumeGeometry geometry;
+    geometry.spacing = {0.5, 0.5, glm::length(step)};
+    geometry.origin = {-10, -8, 20};
+    geometry.direction = glm::dmat3(glm::dvec3(1, 0, 0), glm::dvec3(0, 1, 0), step / glm::length(step));
+    auto volume = MakeVolume<float>(voxels, {2, 2, 2}, geometry);
+    const glm::mat4 m = volume->GetMatrixOS2RSf();
+    EXPECT_NEAR(m[2][0], 0.0f, 1e-6);
+    EXPECT_NEAR(m[2][1], shift, 1e-5);
+    EXPECT_NEAR(m[2][2], 2.5f, 1e-5);
+    const glm::vec4 p = m * glm::vec4(1, 1, 1, 1);
+    EXPECT_NEAR(glm::length(glm::vec3(p) - glm::vec3(-9.5f, -7.5f + static_cast<float>(shift), 22.5f)), 0.0f, 1e-5);
+    const glm::vec4 back = volume->GetMatrixRS2OSf() * p;
+    EXPECT_NEAR(glm::length(glm::vec3(back) - glm::vec3(1)), 0.0f, 1e-5);
 }
 
 TEST(VolumeBuilder, TableDirectoryReadsMissingNamesAsNull) {

@@ -4,7 +4,7 @@
 // out.
 //
 //   zrslice render REQUEST.json -o OUT.png   one request file
-//   zrslice info FILE                        what a volume or mesh file holds
+//   zrslice info FILE [--series S] [--frame N]  what a volume or mesh file holds
 //   zrslice demo -o DIR                      the gallery, from the phantoms
 //
 // Exit codes: 0 done, 1 bad input (one line "zrslice: <file>: <what>" on
@@ -52,8 +52,10 @@ int main(int argc, char** argv) {
     int infoFrame = -1;
     auto* info = app.add_subcommand("info", "describe a volume or mesh file");
     info->add_option("FILE", infoPath, "volume file, DICOM folder or mesh file")->required();
-    info->add_option("--series", infoChoice.series, "the DICOM series (number or UID) or part of one to describe");
-    info->add_option("--frame", infoFrame, "the time point of a 4-D file to describe")->check(CLI::NonNegativeNumber);
+    info->add_option("--series", infoChoice.series,
+                     "the DICOM series or part to describe: a series number or UID, or a label from the list");
+    info->add_option("--frame", infoFrame, "the time point of a 4-D file to describe (from 0)")
+        ->check(CLI::NonNegativeNumber);
 
     std::string demoFolder = "out/demo";
     int demoSize = 256;
