@@ -32,7 +32,9 @@ inline bool AcceptPixel(const MeshClipState& clip, const glm::vec3& point) {
 // start point's depth, every later one at depth 0. Accepted pixels inside the
 // image get `centreColour`; with thickness > 1 each is widened by pixels of
 // `wideColour` at offsets +1, -1, +2, -2, ... along y, x and the diagonal,
-// clamped into the image and not clip-tested.
+// clamped into the image and not clip-tested. The walk is the shared stepping
+// line (common/stepping_line.h): bounded by the image, nothing for a
+// non-finite end.
 void DrawSegment(const glm::vec3& start, const glm::vec3& end, uint32_t centreColour, uint32_t* target,
                  int width, int height, int thickness, uint32_t wideColour, const MeshClipState& clip);
 

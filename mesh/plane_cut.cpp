@@ -1,6 +1,7 @@
 #include "plane_cut.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <omp.h>
 
@@ -23,6 +24,8 @@ constexpr size_t kMinLeavesForHierarchy = 5;
 constexpr size_t kThreadListSlots = 15000;
 
 inline float Dot(const glm::vec3& a, const glm::vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+
+inline bool Finite(const glm::vec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
 
 // Clips the segment to `window` (Liang-Barsky on x and y, z follows linearly).
 // False when nothing of it is left.
@@ -85,6 +88,9 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
     if ((s0 > 0.0f && s1 > 0.0f && s2 > 0.0f) || (s0 < 0.0f && s1 < 0.0f && s2 < 0.0f)) return;
     glm::vec3 start, end;
     if (!CutTriangle(s.negD, s.normal, v0, v1, v2, s.objectToScreen, start, end)) return;
+    // A triangle lying within rounding of the plane can put a crossing at
+    // -s / 0: such a segment has no place on the screen and is dropped.
+    if (!Finite(start) || !Finite(end)) return;
     const SegmentTarget& target = *s.target;
     if (target.window && !ClipToWindow(*target.window, start, end)) return;
     if (s.threadLists) {

@@ -54,7 +54,8 @@ bool CutTriangle(float negD, const glm::vec3& normal, const glm::vec3& v0, const
 // "POSITION" attribute; otherwise nothing happens) with the plane through
 // `planePoint` with normal `planeNormal` (object space, any length). `tree` is the
 // host's hierarchy over the triangles, or null. In list mode only segments of
-// positive screen length are listed.
+// positive screen length are listed. A segment with an end that is not a
+// finite number (a triangle lying within rounding of the plane) is dropped.
 void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
                       const zrobjects::PrimitiveData& data, const zrbvh::BvhTree* tree,
                       const zrvolume::Matrix16& objectToScreen, const SegmentTarget& target);
