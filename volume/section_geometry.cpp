@@ -104,6 +104,7 @@ SectionGeometry BuildSectionGeometry(const VolumeRenderSettings& settings, zrobj
     camera.GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, plane.corners[0], plane.corners[1],
                                     plane.corners[2], plane.corners[3]);
 
+    geometry.view = plane;
     // Fast mode leaves the full-quality plane as it is when it would not pay.
     if (settings.fastQualityMode) LayOutFastMode(geometry, settings, volumes, width, height);
     return geometry;

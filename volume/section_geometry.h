@@ -29,7 +29,8 @@ struct FastModeLayout {
 struct SectionGeometry {
     glm::dmat4 worldToScreen{1.0};
     glm::dmat4 screenToWorld{1.0};
-    SlicePlane plane;  // the plane the kernels draw: full or reduced
+    SlicePlane view;   // the full-quality plane: every pixel of the image
+    SlicePlane plane;  // the plane the kernels draw: the view, or the reduced one
     bool reduced = false;
     FastModeLayout fast;
 };
