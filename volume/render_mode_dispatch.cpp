@@ -53,12 +53,12 @@ void DrawCurved(const VolumeDraw& d, int mode) {
     args.valueIndex = d.valueIndex;
     args.width = d.geometry.plane.width;
     args.height = d.geometry.plane.height;
-    if (s.curvePoints && s.curveUpVectors && s.curveTangents) {
+    std::copy(std::begin(d.geometry.plane.corners), std::end(d.geometry.plane.corners), args.planeCorners);
+    args.curveCount = s.CurveSampleCount();
+    if (args.curveCount > 0) {
         args.curvePoints = s.curvePoints->data();
         args.upVectors = s.curveUpVectors->data();
         args.tangents = s.curveTangents->data();
-        args.curveCount = static_cast<int>(
-            std::min({s.curvePoints->size(), s.curveUpVectors->size(), s.curveTangents->size()}));
     }
     args.worldToVoxel = d.planeToVoxel;
     args.planeWidth = s.exPlaneWidth;

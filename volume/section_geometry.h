@@ -14,8 +14,9 @@
 
 namespace zrvolume {
 
-// Fast quality mode draws the screen rectangle covered by the volumes at a
-// reduced size into the leading rows and columns of the target buffer, and
+// Fast quality mode draws the screen rectangle the kernels can draw into (the
+// one covered by the volumes' boxes, or on a curved view the rectangle of its
+// own columns and rows) at a reduced size into the leading rows and columns of the target buffer, and
 // enlarges it bilinearly into the final buffer. Reduced pixel (i, j) lies
 // exactly on full pixel (x0 + i * stepX, y0 + j * stepY), so the enlarged image
 // lines up with the full-quality one. One reduced column and row past the

@@ -297,14 +297,17 @@ TEST(VolumeRequest, ThicknessModeMarksBandsAroundTheVisibleRegion) {
 TEST(VolumeRequest, LabelOverlayModeOnACurvedPlaneFallsBackWithAMessage) {
     std::vector<glm::vec3> points, ups(8, glm::vec3(0, 0, 1)), tangents(8, glm::vec3(1, 0, 0));
     for (int k = 0; k < 8; ++k) points.push_back({2.0f + k, 7.5f, 3.0f});  // along x through the middle
-    Scene scene = RampScene(AxialView(), {{"_int_VolumeRayCastType", 101},
-                                          {"_float_PlaneThickness", 2.0f},
-                                          {"_bool_IsNonlinear", true},
-                                          {"_float_ExPlaneHeight", 10.0f},
-                                          {"_vlist_FLOAT3_CurveInterpolations", points},
-                                          {"_vlist_FLOAT3_CurveUpVectors", ups},
-                                          {"_vlist_FLOAT3_CurveTangentVectors", tangents}});
+    SectionView view = AxialView(32, 0.25);
+    view.centre = {0, 0, 3};  // the whole curve: 7 x 8 mm around the origin
+    Scene scene = RampScene(view, {{"_int_VolumeRayCastType", 101},
+                                   {"_float_PlaneThickness", 2.0f},
+                                   {"_bool_IsNonlinear", true},
+                                   {"_float_ExPlaneWidth", 7.0f},
+                                   {"_float_ExPlaneHeight", 8.0f},
+                                   {"_vlist_FLOAT3_CurveInterpolations", points},
+                                   {"_vlist_FLOAT3_CurveUpVectors", ups},
+                                   {"_vlist_FLOAT3_CurveTangentVectors", tangents}});
     EXPECT_EQ(Capture([&] { EXPECT_TRUE(scene.Run()); }), "NOT YET SUPPORT!! 0 __RM_MPR_MAINWITHSUBCOLORVOLUME");
-    // Drawn as a curved slice: the columns span the centre line.
+    // Drawn as a curved slice.
     EXPECT_EQ(scene.Pixel(1, 0, 16, 16) >> 24, 255u);
 }

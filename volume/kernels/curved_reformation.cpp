@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/curved_view.h"
 #include "volume/kernels/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
@@ -43,21 +44,16 @@ CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& arg
     CurvedSectionGeometry g;
     const int n = CurveSamples(args);
 
-    // Column W - 1 must land on the last sample, but a column at u = N - 1
-    // exactly is left untouched; the largest float below N - 1 interpolates the
-    // last two samples with weight 1 - 2^-24 (or less) on the last one.
-    g.firstColumnPosition = 0.0f;
-    g.lastColumnPosition = n >= 2 ? std::nextafter(static_cast<float>(n - 1), 0.0f) : 0.0f;
-
-    // Lateral coordinate in millimetres from the bottom row (0) to the top row
-    // (E); the centre line sits at E / 2 and the top row on the +up side.
-    // The top row's coordinate (1 - t) E + t E can round a few units in the last
-    // place above E; the extent allows for that so that no column loses its top
-    // row. No other row comes near it.
-    g.lateralExtent = args.planeHeight * (1.0f + 0x1p-20f);
+    const zrcommon::CurvedView view =
+        zrcommon::MapCurvedView(args.planeCorners, args.planeWidth, args.planeHeight, n);
+    g.firstColumnPosition = view.firstColumnPosition;
+    g.lastColumnPosition = view.lastColumnPosition;
+    g.firstColumnTop = view.firstColumnTop;
+    g.lastColumnTop = view.lastColumnTop;
+    g.firstColumnBottom = view.firstColumnBottom;
+    g.lastColumnBottom = view.lastColumnBottom;
+    g.lateralExtent = args.planeHeight;
     g.lateralCentre = 0.5f * args.planeHeight;
-    g.firstColumnTop = g.lastColumnTop = args.planeHeight;
-    g.firstColumnBottom = g.lastColumnBottom = 0.0f;
     g.lateralScale = 1.0f;
     g.depthScale = args.halfThickness;
 

@@ -177,6 +177,7 @@ TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
         thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
     args.colourIndex = 0;
     args.planeHeight = 30.0f;
+    thicktest::WholeCurvedView(args);
     args.halfThickness = 1.5f;
     const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(args);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
