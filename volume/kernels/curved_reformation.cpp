@@ -57,8 +57,8 @@ CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& arg
     g.lateralScale = 1.0f;
     g.depthScale = args.halfThickness;
 
-    // The same layers as a planar slab: round(T / step) layers, step apart,
-    // centred on the surface, so the first one sits K * step / 2 in front of it.
+    // round(T / step) layers, step apart (the planar slab's count), the first
+    // one T / 2 in front of the surface.
     int layers = 1;
     float step = 0.0f;
     if (std::isfinite(args.layerStep) && args.layerStep > 0.0f) {
@@ -68,7 +68,7 @@ CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& arg
     }
     g.lastLayer = layers - 1;
     g.layerStep = step;
-    g.slabSpan = static_cast<float>(g.lastLayer) * step;
+    g.slabSpan = args.thickness;
 
     // Light for the compositing member: the viewing direction, or the depth axis
     // of the middle sample when none is given.

@@ -105,14 +105,16 @@ struct CurvedReformationArgs {
     // Projection code: 0 or 1 (single plane / shaded compositing), 10 maximum, 11
     // minimum, 12 average; anything else returns false.
     int projectionCode = 0;
-    // Slab thickness T in millimetres along Wd, centred on the surface. Codes
-    // 0/1: exactly 0 draws the single plane, > 0 composites, < 0 returns false.
+    // Slab thickness T in millimetres along Wd, from T / 2 in front of the
+    // surface. Codes 0/1: exactly 0 draws the single plane, > 0 composites, < 0
+    // returns false.
     float thickness = 0.0f;
     // Spacing of the slab layers in millimetres (the renderer passes the
     // volume's smallest voxel pitch). The slab has max(1, round(T / layerStep))
-    // layers, `layerStep` apart and centred on the surface (T = 20, step 0.4:
-    // 50 layers at -9.8 ... +9.8 mm), the same layers as a planar slab of the
-    // same thickness. A non-positive or non-finite step gives one layer.
+    // layers (as many as a planar slab of the same thickness), `layerStep`
+    // apart, the first T / 2 in front of the surface (T = 20, step 0.4: 50
+    // layers at -10 ... +9.6 mm). A non-positive or non-finite step gives one
+    // layer.
     float layerStep = 1.0f;
 
     // Compositing member only: (ambient, diffuse, specular, exponent); the
@@ -158,8 +160,8 @@ struct CurvedSectionGeometry {
 // The geometry the arguments describe: the column positions and the top and
 // bottom lateral coordinates of the curved view (MapCurvedView of the plane
 // corners); lateral coordinates in millimetres with C = planeHeight / 2, b = 1
-// and E = planeHeight; a = halfThickness; K = layers - 1 and slabSpan = K *
-// layerStep, which centres the layers on the surface.
+// and E = planeHeight; a = halfThickness; K = layers - 1 and slabSpan = T, so
+// the first layer lies T / 2 in front of the surface.
 CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& args);
 
 // Draws with an explicit geometry. Returns false for an unknown projection code,

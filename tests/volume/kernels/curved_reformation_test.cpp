@@ -182,7 +182,7 @@ TEST(CurvedReformationEnds, ShortOrMissingCurvesAndOneColumnOrOneRowImagesDrawNo
 }
 
 // Value j + 1 along the depth axis; the curve at y = `y` with two layers of 1 mm.
-CurveScene DepthRamp(float y = 0.5f) {
+CurveScene DepthRamp(float y = 1.0f) {
     CurveScene s({8, 6, 6}, [](int, int j, int) { return j + 1; });
     s.StraightAlongX({1, y, 3}, 4);
     return s;
@@ -191,17 +191,17 @@ CurveScene DepthRamp(float y = 0.5f) {
 TEST(CurvedReformationSlab, ReductionsCountOutsideLayersAsZeroAndSkipClippedOnes) {
     struct Case {
         const char* name;
-        float y;      // layers at y - 0.5 and y + 0.5
+        float y;      // layers at y - 1 and y: the first T / 2 in front of the curve
         float clipY;  // layers below it are clipped (none when negative)
         int code, expected;
         bool covered;
     } cases[] = {
-        {"samples 1, 2", 0.5f, -1, 10, 2, true},     {"samples 1, 2", 0.5f, -1, 11, 1, true},
-        {"samples 1, 2", 0.5f, -1, 12, 1, true},  // 1.5 truncated
-        {"outside, 1.5", 0.0f, -1, 11, 0, true},     {"outside, 1.5", 0.0f, -1, 10, 2, true},
-        {"outside, 1.5", 0.0f, -1, 12, 0, true},  // (0 + 1.5) / 2 truncated
-        {"first clipped", 0.5f, 0.5f, 11, 2, true},  {"first clipped", 0.5f, 0.5f, 12, 2, true},
-        {"all clipped", 0.5f, 100.0f, 11, 0, false},
+        {"samples 1, 2", 1.0f, -1, 10, 2, true},     {"samples 1, 2", 1.0f, -1, 11, 1, true},
+        {"samples 1, 2", 1.0f, -1, 12, 1, true},  // 1.5 truncated
+        {"outside, 1.5", 0.5f, -1, 11, 0, true},     {"outside, 1.5", 0.5f, -1, 10, 2, true},
+        {"outside, 1.5", 0.5f, -1, 12, 0, true},  // (0 + 1.5) / 2 truncated
+        {"first clipped", 1.0f, 0.5f, 11, 2, true},  {"first clipped", 1.0f, 0.5f, 12, 2, true},
+        {"all clipped", 1.0f, 100.0f, 11, 0, false},
     };
     for (const Case& k : cases) {
         SCOPED_TRACE(testing::Message() << k.name << ", code " << k.code);
@@ -222,7 +222,7 @@ TEST(CurvedReformationSlab, LayerCountFollowsThicknessOverStep) {
     a.layerStep = 0.4f;
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
     EXPECT_EQ(g.lastLayer, 49);
-    EXPECT_NEAR(g.slabSpan, 19.6f, 1e-4f);
+    EXPECT_EQ(g.slabSpan, 20.0f);
     a.layerStep = 0.0f;
     EXPECT_EQ(zrvolume::MakeCurvedSectionGeometry(a).lastLayer, 0);
 }

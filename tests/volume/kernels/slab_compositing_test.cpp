@@ -201,6 +201,9 @@ TEST(SlabCompositing, PlanarAndCurvedSlabsOfTheSameDataLookAlike) {
         c.projectionCode = code;
         c.thickness = 8.0f;
         c.layerStep = 0.5f;
+        // The curved slab starts T / 2 in front of its surface, the planar one
+        // centres its 16 layers (7.5 mm): the surface moves by the difference.
+        c.halfThickness = 0.25f;
         c.gradientMagnitude = code == 1;
         c.viewDirection = {0, 1, 0};
         ASSERT_TRUE(zrvolume::RenderCurvedReformation(c));
