@@ -217,43 +217,6 @@ TEST(VolumeRequest, FloatVolumesAreWindowedToGreyLevels) {
     }
 }
 
-TEST(VolumeRequest, FastModeAgreesWithFullQualityAwayFromEdges) {
-    // 256 x 256 pixels over the 16 x 16 mm face of the ramp, reduced to at most 64.
-    const auto render = [](bool fast, bool blending) {
-        Scene scene = RampScene(AxialView(256, 15.5 / 255.0), {{"_bool_StoreSampleValueToCustomBuffer", true},
-                                                               {"_bool_IsFastQualityMode", fast},
-                                                               {"_int_LengthFastModeMax", 64}});
-        if (blending) {
-            EXPECT_TRUE(scene.Run());  // an earlier layer of the chain
-            scene.request.params["_bool_IsFirstRenderer"] = false;
-        }
-        EXPECT_TRUE(scene.Run());
-        EXPECT_EQ(scene.image->CountFrameBuffers(3), fast ? 2 : 1);
-        return std::make_pair(scene.Colours(), scene.Values());
-    };
-    const auto full = render(false, false), fast = render(true, false);
-    int worstColour = 0, worstValue = 0, covered = 0;
-    for (int y = 4; y < 252; ++y)
-        for (int x = 4; x < 252; ++x) {
-            const int i = y * 256 + x;
-            for (int c = 0; c < 4; ++c)
-                worstColour = std::max(worstColour, std::abs(int((full.first[i] >> (8 * c)) & 0xff) -
-                                                             int((fast.first[i] >> (8 * c)) & 0xff)));
-            worstValue = std::max(worstValue, std::abs(int(full.second[i]) - int(fast.second[i])));
-            covered += (fast.first[i] >> 24) >= 254;  // the enlargement truncates 254.99.. to 254
-        }
-    EXPECT_EQ(covered, 248 * 248);
-    // Bilinear enlargement of a linear ramp: only the truncations differ.
-    EXPECT_LE(worstColour, 2);
-    EXPECT_LE(worstValue, 2);
-    // Blending in fast mode enlarges the new layer under the earlier one.
-    const uint32_t blended = render(true, true).first[128 * 256 + 128],
-                   reference = full.first[128 * 256 + 128];
-    for (int c = 0; c < 3; ++c)
-        EXPECT_NEAR(double((blended >> (8 * c)) & 0xff), double((reference >> (8 * c)) & 0xff), 2.0);
-    EXPECT_EQ(blended >> 24, 255u);
-}
-
 TEST(VolumeRequest, MaskedVolumesColourLabelledPixelsByTheirRow) {
     Scene scene = RampScene();
     std::vector<unsigned char> labels(16 * 16 * 8, 0);  // label 1 on the left half of the volume

@@ -3,6 +3,7 @@
 // merge, and curved views under pan and zoom.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <any>
 #include <vector>
 
@@ -64,42 +65,42 @@ ParamMap CurveAlongX(float planeHeight, int samples = 16, glm::vec2 yz = {7.5f, 
             {"_vlist_FLOAT3_CurveTangentVectors", tangents}};
 }
 
-// The documented layout: the reduced image covers the drawn rectangle from lo
-// with reduced pixel (i, j) on full pixel (lo.x + 2 i, lo.y + 2 j) (each case
-// below is chosen so that the step is exactly 2), so there the enlarged picture
-// holds the reduced pixel itself and must equal full quality bit for bit.
-TEST(FastQuality, ReducedPixelsLieExactlyOnTheirFullPixels) {
-    // 257 x 257 pixels an eighth of a millimetre apart over a 40 mm ramp that
-    // covers them all. Flat: the rectangle is the whole image. Curved: a 40 mm
-    // centre line runs past both sides; its 9.9375 mm of rows span screen
-    // 88.25 .. 167.75. Samples lie on an eighth-millimetre lattice, moved off
-    // the volume's faces and (by 1/32 of a value through z and through y, where
-    // no sampler clamps) off the values where truncation (flat) or rounding
-    // (curved) tips, so the last bits of a position cannot show.
+// 257 x 257 pixels an eighth of a millimetre apart over a 40 mm ramp that
+// covers them all, with fast mode reducing by exactly 2. Flat: the drawn
+// rectangle is the whole image. Curved: a 40 mm centre line runs past both
+// sides; its 9.9375 mm of rows span screen 88.25 .. 167.75. Samples lie on an
+// eighth-millimetre lattice, moved off the volume's faces and (by 1/32 of a
+// value through z and through y, where no sampler clamps) off the values where
+// truncation (flat) or rounding (curved) tips, so the last bits of a position
+// cannot show.
+Scene LatticeScene(bool curved, const ParamMap& params) {
     constexpr float kOffsetZ = 1.0f / 1600.0f, kOffsetY = 1.0f / 96.0f;
-    SectionView flat = AxialView(257, 0.125, 3.0 + kOffsetZ), curved = flat;
-    flat.centre = {20.0, 20.0, flat.centre.z};
-    curved.centre = {0.0, 0.0, 0.0};
+    SectionView view = AxialView(257, 0.125, 3.0 + kOffsetZ);
+    view.centre = curved ? glm::dvec3(0.0) : glm::dvec3(20.0, 20.0, view.centre.z);
+    Scene scene = RampScene(view, curved ? CurveAlongX(9.9375f, 41, {7.5f + kOffsetY, 3.5f + kOffsetZ}) : ParamMap{});
+    scene.request.scene.clear();
+    scene.volumes.clear();
+    scene.Add(RampVolume(glm::dvec3(1.0), {40, 40, 8}));
+    return scene.With({{"_int_LengthFastModeMax", 129}, {"_bool_StoreSampleValueToCustomBuffer", true}}).With(params);
+}
+
+// The documented layout: the reduced image covers the drawn rectangle from lo
+// with reduced pixel (i, j) on full pixel (lo.x + 2 i, lo.y + 2 j), so there the
+// enlarged picture holds the reduced pixel itself and must equal full quality
+// bit for bit.
+TEST(FastQuality, ReducedPixelsLieExactlyOnTheirFullPixels) {
     struct Case {
-        const char* name;
-        SectionView view;
-        ParamMap params;
+        bool curved;
         glm::ivec2 lo, steps;
-    } const cases[] = {{"flat", flat, {}, {0, 0}, {128, 128}},
-                       {"curved", curved, CurveAlongX(9.9375f, 41, {7.5f + kOffsetY, 3.5f + kOffsetZ}), {0, 88}, {128, 40}}};
+    } const cases[] = {{false, {0, 0}, {128, 128}}, {true, {0, 88}, {128, 40}}};
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.curved ? "curved" : "flat");
         std::vector<uint32_t> colours[2];
         std::vector<uint16_t> values[2];
         for (bool fast : {false, true}) {
-            Scene scene = RampScene(c.view, c.params);
-            scene.request.scene.clear();
-            scene.volumes.clear();
-            scene.Add(RampVolume(glm::dvec3(1.0), {40, 40, 8}));
-            ASSERT_TRUE(scene
-                            .With({{"_bool_IsFastQualityMode", fast},
-                                   {"_int_LengthFastModeMax", 129},
-                                   {"_bool_StoreSampleValueToCustomBuffer", true}})
-                            .Run());
+            Scene scene = LatticeScene(c.curved, {{"_bool_IsFastQualityMode", fast}});
+            ASSERT_TRUE(scene.Run());
+            EXPECT_EQ(scene.image->CountFrameBuffers(3), fast ? 2 : 1);
             colours[fast] = scene.Colours();
             values[fast] = scene.Values();
         }
@@ -107,11 +108,51 @@ TEST(FastQuality, ReducedPixelsLieExactlyOnTheirFullPixels) {
         for (int j = 0; j <= c.steps.y; ++j)
             for (int i = 0; i <= c.steps.x; ++i) {
                 const int p = (c.lo.y + 2 * j) * 257 + c.lo.x + 2 * i;
-                ASSERT_EQ(colours[1][p], colours[0][p]) << c.name << " reduced " << i << "," << j;
-                ASSERT_EQ(values[1][p], values[0][p]) << c.name << " reduced " << i << "," << j;
+                ASSERT_EQ(colours[1][p], colours[0][p]) << "reduced " << i << "," << j;
+                ASSERT_EQ(values[1][p], values[0][p]) << "reduced " << i << "," << j;
                 covered += colours[0][p] >> 24 != 0;
             }
-        EXPECT_GT(covered, (c.steps.x + 1) * (c.steps.y + 1) / 2) << c.name;
+        EXPECT_GT(covered, (c.steps.x + 1) * (c.steps.y + 1) / 2);
+    }
+}
+
+// A renderer later in the chain draws a real slab (pitch 1 mm < 4 mm) where the
+// depth buffer marks every pixel: each colour byte is mixed as B w + F (1 - w)
+// with the new layer B, the earlier one F and the default weight w = 0.7. In
+// fast mode the enlarged layer is mixed the same way (in 0..1 units), checked
+// where the enlarged pixel is the reduced one.
+TEST(RendererChain, ASlabOverAnEarlierLayerIsMixedByTheDefaultWeight) {
+    const float w = 0.7f;
+    const auto byte = [](uint32_t pixel, int b) { return static_cast<float>((pixel >> (8 * b)) & 0xffu); };
+    for (bool fast : {false, true}) {
+        SCOPED_TRACE(fast ? "fast" : "full");
+        Scene scene = LatticeScene(false, {});
+        ASSERT_TRUE(scene.Run());  // the earlier layer: a thin slice
+        scene.image->InsertFrameBuffer(MakeDataType<float>(), 2, "depth");
+        std::fill_n(static_cast<float*>(scene.Buffer(2, 0).pixels), 257 * 257, 1.0f);
+        ASSERT_TRUE(scene
+                        .With({{"_bool_IsFirstRenderer", false},
+                               {"_bool_IsFastQualityMode", fast},
+                               {"_int_VolumeRayCastType", 10},
+                               {"_float_PlaneThickness", 4.0f}})
+                        .Run());
+        const auto front = scene.Colours(1), back = scene.Colours(2), out = scene.Colours(0);
+        int mixed = 0;
+        for (int y = 0; y < 257; y += fast ? 2 : 1)
+            for (int x = 0; x < 257; x += fast ? 2 : 1) {
+                const int i = y * 257 + x;
+                const uint32_t f = front[i], b = fast ? back[(y / 2) * 257 + x / 2] : back[i];
+                ASSERT_NE(f >> 24, 0u);  // the earlier layer covers every pixel
+                uint32_t expected = 0xff000000u;
+                for (int c = 0; c < 3; ++c) {
+                    const float v = fast ? ((1.0f - w) * (byte(f, c) * 0.003921569f) + w * (byte(b, c) * 0.003921569f)) * 255.0f
+                                         : byte(b, c) * w + byte(f, c) * (1.0f - w);
+                    expected |= static_cast<uint32_t>(v) << (8 * c);
+                }
+                ASSERT_EQ(out[i], expected) << x << "," << y;
+                mixed += byte(f, 0) != byte(b, 0);
+            }
+        EXPECT_GT(mixed, 1000);
     }
 }
 

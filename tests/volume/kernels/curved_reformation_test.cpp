@@ -250,6 +250,24 @@ TEST(CurvedReformationSinglePlane, ClippedPixelsKeepTheirContentAndOutsidePixels
     EXPECT_EQ(ByteOf(o.Pixel(0, 1), 3), 255u);
 }
 
+TEST(CurvedReformationLookup, EveryReductionLooksItsValueUpScaledByTheTableLength) {
+    // Entry t of a 4096-entry table tells t by its colour; value v reads entry
+    // trunc(v * L / 65535 + 0.5), not entry v.
+    CurveScene s({12, 10, 10}, [](int i, int j, int k) { return 9000 + 4000 * i + 700 * j + 300 * k; }, {8, 5});
+    s.table = IndexTable(4096);
+    s.StraightAlongX({2, 5, 5}, 8);
+    for (auto [code, thickness] : {std::pair{0, 0.0f}, {10, 3.0f}, {11, 3.0f}, {12, 3.0f}}) {
+        ASSERT_TRUE(RenderCurvedReformation(s.Args(code, thickness)));
+        for (int c = 0; c < 7; ++c)
+            for (int r = 0; r < 5; ++r) {
+                const uint32_t pixel = s.Pixel(c, r);
+                const int index = static_cast<int>(ByteOf(pixel, 1) << 8 | ByteOf(pixel, 2));
+                EXPECT_EQ(index, static_cast<int>(s.Value(c, r) * 4096.0f * 1.5259022e-5f + 0.5f)) << code;
+                EXPECT_GT(s.Value(c, r), 4096) << code;
+            }
+    }
+}
+
 TEST(CurvedReformationDispatch, CodesAndThickness) {
     CurveScene s = DepthRamp();
     EXPECT_FALSE(RenderCurvedReformation(s.Args(1, -1.0f)));
