@@ -176,8 +176,8 @@ SliceGeometry MakeSliceGeometry(zrobjects::ZrIObject& image, const zrobjects::Zr
                                      geometry.plane.corners[3]);
 
     // Object-to-reference composed with the entry's world matrix, and back.
-    geometry.voxelToWorld = zrvolume::ToMatrixRecord(entryWorld * volume.GetMatrixOS2RSf());
-    geometry.planeToVoxel = zrvolume::ToMatrixRecord(volume.GetMatrixRS2OSf() * glm::inverse(entryWorld));
+    geometry.voxelToWorld = zrcommon::ToMatrixRecord(entryWorld * volume.GetMatrixOS2RSf());
+    geometry.planeToVoxel = zrcommon::ToMatrixRecord(volume.GetMatrixRS2OSf() * glm::inverse(entryWorld));
     return geometry;
 }
 

@@ -19,11 +19,9 @@
 
 #include <glm/glm.hpp>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 
 namespace zrcommon {
-
-using zrvolume::TruncateToInt32;
 
 namespace detail {
 

@@ -3,15 +3,15 @@
 #include <cmath>
 
 #include "common/curved_view.h"
+#include "common/matrix_record.h"
 #include "host/zr_camera.h"
 #include "mesh/bvh/tracked_heap.h"
 #include "mesh/plane_cut.h"
-#include "volume/kernels/matrix_record.h"
 
 namespace zrmesh {
 
-using zrvolume::ToMatrixRecord;
-using zrvolume::TransformPoint;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TransformPoint;
 
 namespace {
 
@@ -132,7 +132,7 @@ void CutMeshWithCurvedSurface(const zrobjects::PrimitiveData& data, const zrbvh:
                               const CurvedSurface& surface, uint32_t* target, int width, int height,
                               uint32_t colour, int thickness, const glm::mat4& worldToObject,
                               std::vector<float>* crossLines) {
-    const zrvolume::Matrix16 toObject = ToMatrixRecord(worldToObject);
+    const zrcommon::Matrix16 toObject = ToMatrixRecord(worldToObject);
     for (int32_t p = 0; p < surface.count; ++p) {
         const CurvedPiece& piece = surface.pieces[p];
         const glm::mat4 worldToScreen = PieceWorldToScreen(piece);

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
+#include "common/float_convert.h"
 #include "common/stepping_line.h"
-#include "volume/kernels/float_convert.h"
 
 namespace zrmesh {
 
-using zrvolume::TruncateToInt32;
+using zrcommon::TruncateToInt32;
 
 uint32_t PackColour(const glm::vec3& colour, bool rgba) {
     // Truncation, not rounding: 0.5 becomes 127.

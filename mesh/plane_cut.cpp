@@ -10,8 +10,8 @@
 
 namespace zrmesh {
 
-using zrvolume::Matrix16;
-using zrvolume::TransformPoint;
+using zrcommon::Matrix16;
+using zrcommon::TransformPoint;
 
 namespace {
 

@@ -4,15 +4,19 @@
 #include <cstring>
 #include <string>
 
-#include "module/param_reads.h"
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
+#include "common/param_reads.h"
 #include "volume/kernels/image_upscale.h"
 #include "volume/kernels/iso_contour.h"
 #include "volume/kernels/layer_merge.h"
 
 namespace zrvolume {
 
-using zrmodule::ReadParam;
+using zrcommon::Matrix16;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TruncateToInt32;
+
+using zrcommon::ReadParam;
 
 uint32_t ColourWord(const glm::dvec4& rgba) {
     uint32_t word = 0;

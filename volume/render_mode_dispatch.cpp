@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "module/param_reads.h"
+#include "common/param_reads.h"
 #include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/float_grey_slice.h"
 #include "volume/kernels/label_overlay.h"
@@ -15,8 +15,12 @@
 
 namespace zrvolume {
 
-using zrmodule::ReadList;
-using zrmodule::ReadParam;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::ToMatrixRecord;
+
+using zrcommon::ReadList;
+using zrcommon::ReadParam;
 
 namespace {
 

@@ -2,12 +2,15 @@
 
 #include <cstdio>
 
-#include "module/param_reads.h"
+#include "common/param_reads.h"
 
 namespace zrvolume {
 
-using zrmodule::ReadObjParam;
-using zrmodule::ReadParam;
+using zrcommon::SliceClipState;
+using zrcommon::ToMatrixRecord;
+
+using zrcommon::ReadObjParam;
+using zrcommon::ReadParam;
 
 std::vector<SelectedVolume> SelectVolumes(const zrobjects::ModuleRequest& request) {
     std::vector<SelectedVolume> selected;

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "volume/kernels/matrix_record.h"
+#include "common/matrix_record.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ MeshClipState PlaneClip(glm::vec3 point, glm::vec3 normal) {
 MeshClipState BoxClip(const glm::mat4& screenToBox) {
     MeshClipState clip;
     clip.clipBox = true;
-    clip.boxMatrix = zrvolume::ToMatrixRecord(screenToBox);
+    clip.boxMatrix = zrcommon::ToMatrixRecord(screenToBox);
     return clip;
 }
 

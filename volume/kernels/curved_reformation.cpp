@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "common/curved_view.h"
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slab_compositing.h"
@@ -14,6 +14,12 @@
 #include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 

@@ -37,10 +37,10 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
 
 namespace zrvolume {
 
@@ -85,7 +85,7 @@ struct CurvedReformationArgs {
     // (i, j, k)), applied with a perspective divide: the volume's
     // reference-to-object matrix times the scene entry's inverse world matrix,
     // as a record built with ToMatrixRecord.
-    Matrix16 worldToVoxel;
+    zrcommon::Matrix16 worldToVoxel;
 
     // "_float_ExPlaneWidth": the length in millimetres that the centre line
     // takes on the image plane, from its first sample to its last.
@@ -129,7 +129,7 @@ struct CurvedReformationArgs {
     glm::vec3 viewDirection{0.0f};
 
     // Clip box and clip plane in voxel coordinates (applied per point).
-    SliceClipState clip;
+    zrcommon::SliceClipState clip;
 };
 
 // The kernel's geometry in curve space (world millimetres), derived from the

@@ -5,12 +5,16 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Matrix16;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 

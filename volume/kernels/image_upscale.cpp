@@ -2,12 +2,14 @@
 
 #include <cstddef>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::TruncateToInt32;
 
 namespace {
 

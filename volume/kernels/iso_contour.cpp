@@ -5,14 +5,21 @@
 #include <cstddef>
 #include <utility>
 
+#include "common/float_convert.h"
 #include "common/stepping_line.h"
 #include "host/zr_camera.h"
-#include "volume/kernels/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
 
 namespace zrvolume {
+
+using zrcommon::FromMatrixRecord;
+using zrcommon::Matrix16;
+using zrcommon::RecordRow;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 

@@ -24,22 +24,22 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
 #include "volume/slice_plane.h"
 
 namespace zrvolume {
 
-bool DrawIsoContourLines(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
-                         const Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
+bool DrawIsoContourLines(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
+                         const zrcommon::Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
                          int frameBufferIndex, uint16_t isoValue, uint32_t colour, std::vector<double>* outList);
 
 // The worker for voxel type T (char, unsigned char, short, unsigned short);
 // always true.
 template <class T>
-bool ExtractIsoContour(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
-                       const Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
+bool ExtractIsoContour(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
+                       const zrcommon::Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
                        int frameBufferIndex, uint16_t isoValue, uint32_t colour, std::vector<double>* outList);
 
 // A one-pixel stepping line from p0 to p1 (screen pixels, common/stepping_line.h)

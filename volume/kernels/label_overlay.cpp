@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
@@ -11,6 +11,12 @@
 #include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 

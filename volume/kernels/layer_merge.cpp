@@ -2,10 +2,12 @@
 
 #include <cstddef>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::TruncateToInt32;
 
 namespace {
 

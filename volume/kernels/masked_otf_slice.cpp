@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
@@ -12,6 +12,12 @@
 #include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slice_walk.h"
@@ -12,6 +12,12 @@
 #include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPointDouble;
+using zrcommon::TruncateToInt32;
 
 namespace {
 

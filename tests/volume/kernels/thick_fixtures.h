@@ -15,12 +15,12 @@
 #include <span>
 #include <vector>
 
+#include "common/matrix_record.h"
 #include "host/table_builder.h"
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
 #include "tests/volume/kernels/slice_fixtures.h"
 #include "volume/kernels/curved_reformation.h"
-#include "volume/kernels/matrix_record.h"
 #include "volume/kernels/slab_projection.h"
 
 namespace thicktest {
@@ -34,8 +34,8 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeFrom(glm::ivec3 dims, F value,
 }
 
 // World millimetres to voxel coordinates of a volume built with `geometry`.
-inline zrvolume::Matrix16 WorldToVoxel(const zrobjects::VolumeGeometry& geometry = {}) {
-    return zrvolume::ToMatrixRecord(glm::inverse(zrobjects::VolumeObjectToReference(geometry)));
+inline zrcommon::Matrix16 WorldToVoxel(const zrobjects::VolumeGeometry& geometry = {}) {
+    return zrcommon::ToMatrixRecord(glm::inverse(zrobjects::VolumeObjectToReference(geometry)));
 }
 
 // Colour buffers (usage 1) 0 and 1 and a 16-bit value buffer (usage 3) 0, the
