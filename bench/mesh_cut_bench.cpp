@@ -16,7 +16,7 @@
 #include "bench/workloads.h"
 #include "common/matrix_record.h"
 #include "host/mesh_builder.h"
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "host/zr_camera.h"
 #include "mesh/bvh/bvh_node.h"
 #include "mesh/line_drawing.h"

@@ -1,4 +1,6 @@
-#include "entry_points.h"
+// The plug-in's seven exported entry points.
+#define ZR_BUILDING_PLUGIN
+#include "host/plugin_interface.h"
 
 #include <cstdint>
 

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "volume/render_mode_dispatch.h"
 #include "volume/render_settings.h"
 #include "volume/render_targets.h"

@@ -8,7 +8,7 @@
 
 #include <glm/glm.hpp>
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "host/zr_image.h"
 
 namespace zrvolume {

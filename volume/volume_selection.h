@@ -7,7 +7,7 @@
 
 #include "common/matrix_record.h"
 #include "common/slice_clip.h"
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 
 namespace zrvolume {
 
