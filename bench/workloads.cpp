@@ -170,7 +170,6 @@ SliceGeometry MakeSliceGeometry(zrobjects::ZrIObject& image, const zrobjects::Zr
         glm::mat4(zrobjects::ComposeApplied(viewportInverse, projectionInverse, viewInverse));
     geometry.plane.width = image.Width();
     geometry.plane.height = image.Height();
-    geometry.plane.pixelScale = glm::vec2(1.0f);
     camera->GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, geometry.plane.corners[0],
                                      geometry.plane.corners[1], geometry.plane.corners[2],
                                      geometry.plane.corners[3]);

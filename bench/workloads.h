@@ -20,7 +20,7 @@
 #include "host/zr_image.h"
 #include "host/zr_object.h"
 #include "host/zr_visual.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrbench {
 

@@ -101,7 +101,6 @@ bool LayOutFastMode(SectionGeometry& geometry, const VolumeRenderSettings& setti
     SlicePlane& plane = geometry.plane;
     plane.width = reducedWidth;
     plane.height = reducedHeight;
-    plane.pixelScale = glm::vec2(float(stepX), float(stepY));
     const double lastX = lo.x + stepX * (reducedWidth - 1), lastY = lo.y + stepY * (reducedHeight - 1);
     plane.corners[0] = ScreenToWorldPoint(geometry.screenToWorld, lo.x, lo.y);
     plane.corners[1] = ScreenToWorldPoint(geometry.screenToWorld, lastX, lo.y);
@@ -134,7 +133,6 @@ SectionGeometry BuildSectionGeometry(const VolumeRenderSettings& settings, zrobj
     plane.screenToWorld = glm::mat4(geometry.screenToWorld);
     plane.width = width;
     plane.height = height;
-    plane.pixelScale = glm::vec2(1.0f);
     camera.GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, plane.corners[0], plane.corners[1],
                                     plane.corners[2], plane.corners[3]);
 

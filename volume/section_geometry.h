@@ -8,8 +8,8 @@
 #include <glm/glm.hpp>
 
 #include "host/zr_image.h"
+#include "volume/kernels/slice_plane.h"
 #include "volume/render_settings.h"
-#include "volume/slice_plane.h"
 #include "volume/volume_selection.h"
 
 namespace zrvolume {

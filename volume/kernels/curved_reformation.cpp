@@ -8,10 +8,10 @@
 #include "common/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
 

@@ -4,8 +4,8 @@
 
 #include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/voxel_sampling.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
 

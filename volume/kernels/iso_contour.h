@@ -27,7 +27,7 @@
 #include "common/matrix_record.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 

@@ -5,10 +5,10 @@
 
 #include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
 
@@ -105,10 +105,6 @@ void RenderLabelOverlayRow(const LabelOverlayContext<T>& c, int y) {
         if (EntryOpacity(entry) == 0) continue;
         colourRow[x] = TintedPixel(colourRow[x], entry);
     }
-}
-
-bool PlaneFits(const zrobjects::FrameBuffer& buffer, const SlicePlane& plane) {
-    return plane.width <= buffer.width && plane.height <= buffer.height;
 }
 
 }  // namespace

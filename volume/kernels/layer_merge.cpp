@@ -3,7 +3,7 @@
 #include <cstddef>
 
 #include "common/float_convert.h"
-#include "volume/parallel_for.h"
+#include "volume/kernels/parallel_for.h"
 
 namespace zrvolume {
 

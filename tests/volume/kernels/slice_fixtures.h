@@ -22,7 +22,7 @@
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
 #include "volume/kernels/otf_lookup.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace slicetest {
 
