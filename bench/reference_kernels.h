@@ -15,6 +15,7 @@
 #include <glm/glm.hpp>
 
 #include "common/float_convert.h"
+#include "common/unit_vector.h"
 #include "common/slice_clip.h"
 #include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/otf_lookup.h"
@@ -96,11 +97,6 @@ void SlabProjection(const zrvolume::VoxelGrid<T>& grid, const zrvolume::SlabGeom
     }
 }
 
-inline glm::vec3 UnitOrZero(const glm::vec3& v) {
-    const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-    return length > 2.220446e-16f ? v / length : glm::vec3(0.0f);
-}
-
 // Thin curved reformation (W6), column by column.
 template <class T>
 void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReformationArgs& args,
@@ -121,8 +117,8 @@ void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReform
         const glm::vec3 p = (1.0f - f) * args.curvePoints[k0] + f * args.curvePoints[k1];
         const glm::vec3 up = (1.0f - f) * args.upVectors[k0] + f * args.upVectors[k1];
         const glm::vec3 tangent = (1.0f - f) * args.tangents[k0] + f * args.tangents[k1];
-        const glm::vec3 upUnit = UnitOrZero(up);
-        glm::vec3 depth = UnitOrZero(glm::cross(upUnit, tangent));
+        const glm::vec3 upUnit = zrcommon::UnitOrZero(up);
+        glm::vec3 depth = zrcommon::UnitOrZero(glm::cross(upUnit, tangent));
         if (args.rightSide) depth = -depth;
         const glm::vec3 surface = p + g.depthScale * depth;
         const glm::vec3 lateralStep = g.lateralScale * upUnit;

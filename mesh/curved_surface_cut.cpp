@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "common/curved_view.h"
+#include "common/unit_vector.h"
 #include "common/matrix_record.h"
 #include "host/zr_camera.h"
 #include "mesh/bvh/tracked_heap.h"
@@ -12,16 +13,9 @@ namespace zrmesh {
 
 using zrcommon::ToMatrixRecord;
 using zrcommon::TransformPoint;
+using zrcommon::UnitOrZero;
 
 namespace {
-
-// Below this length a direction counts as zero.
-constexpr float kZeroLength = 2.220446e-16f;
-
-glm::vec3 UnitOrZero(const glm::vec3& v) {
-    const float length = glm::length(v);
-    return length > kZeroLength ? v / length : glm::vec3(0.0f);
-}
 
 glm::vec3 Vec(const float* v) { return glm::vec3(v[0], v[1], v[2]); }
 

@@ -1,35 +1,30 @@
 #include "curved_reformation.h"
 
-#include <cmath>
 #include <cstdint>
 #include <vector>
 
 #include "common/curved_view.h"
 #include "common/float_convert.h"
+#include "common/unit_vector.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_layers.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
 
 namespace zrvolume {
 
 using zrcommon::Clipped;
+using zrcommon::kZeroLength;
 using zrcommon::Matrix16;
 using zrcommon::SliceClipState;
 using zrcommon::TransformPoint;
 using zrcommon::TruncateToInt32;
+using zrcommon::UnitOrZero;
 
 namespace {
-
-constexpr float kZeroLength = 2.220446e-16f;
-
-// v / |v| when |v| exceeds the zero length, else the zero vector.
-glm::vec3 UnitOrZero(const glm::vec3& v) {
-    const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-    return length > kZeroLength ? v / length : glm::vec3(0.0f);
-}
 
 // The linear part of a matrix record applied to a direction.
 glm::vec3 TransformDirection(const Matrix16& r, const glm::vec3& d) {
@@ -63,17 +58,10 @@ CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& arg
     g.lateralScale = 1.0f;
     g.depthScale = args.halfThickness;
 
-    // round(T / step) layers, step apart (the planar slab's count), the first
-    // one T / 2 in front of the surface.
-    int layers = 1;
-    float step = 0.0f;
-    if (std::isfinite(args.layerStep) && args.layerStep > 0.0f) {
-        step = args.layerStep;
-        const double count = std::floor(static_cast<double>(args.thickness) / step + 0.5);
-        if (count > 1.0) layers = count < 1e9 ? static_cast<int>(count) : 1000000000;
-    }
-    g.lastLayer = layers - 1;
-    g.layerStep = step;
+    // The planar slab's layers, the first one T / 2 in front of the surface.
+    const SlabLayers layers = LayersOfSlab(args.thickness, args.layerStep);
+    g.lastLayer = layers.count - 1;
+    g.layerStep = layers.step;
     g.slabSpan = args.thickness;
 
     // Light for the compositing member: the viewing direction, or the depth axis

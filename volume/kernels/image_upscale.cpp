@@ -5,6 +5,7 @@
 #include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/parallel_for.h"
+#include "volume/kernels/pixel_bytes.h"
 #include "volume/kernels/voxel_sampling.h"
 
 namespace zrvolume {
@@ -12,8 +13,6 @@ namespace zrvolume {
 using zrcommon::TruncateToInt32;
 
 namespace {
-
-inline float Byte(uint32_t pixel, int b) { return static_cast<float>((pixel >> (8 * b)) & 0xffu); }
 
 // One destination row's source rows and vertical weight.
 struct SourceRows {
@@ -54,8 +53,6 @@ inline uint16_t InterpolatedValue(const SourceRows& rows, int col, float fx) {
                              rows.lowerValues[col + 1], fx, rows.fy);
     return static_cast<uint16_t>(TruncateToInt32(v));
 }
-
-inline uint32_t TruncatedByte(float v) { return static_cast<uint32_t>(TruncateToInt32(v)) & 0xffu; }
 
 void UpscaleRow(const ImageUpscaleArgs& a, int r) {
     const SourceRows rows = RowsFor(a, r);
