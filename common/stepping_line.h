@@ -20,37 +20,9 @@
 #include <glm/glm.hpp>
 
 #include "common/float_convert.h"
+#include "common/segment_clip.h"
 
 namespace zrcommon {
-
-namespace detail {
-
-// Cuts the segment to the rectangle [lo, hi] (Liang-Barsky); false when nothing
-// of it is left. Ends already inside are kept exactly.
-inline bool CutToRectangle(glm::vec2& start, glm::vec2& end, glm::dvec2 lo, glm::dvec2 hi) {
-    const glm::dvec2 from(start), delta = glm::dvec2(end) - from;
-    double t0 = 0.0, t1 = 1.0;
-    const double p[4] = {-delta.x, delta.x, -delta.y, delta.y};
-    const double q[4] = {from.x - lo.x, hi.x - from.x, from.y - lo.y, hi.y - from.y};
-    for (int k = 0; k < 4; ++k) {
-        if (p[k] == 0.0) {
-            if (q[k] < 0.0) return false;
-            continue;
-        }
-        const double t = q[k] / p[k];
-        if (p[k] < 0.0) {
-            if (t > t0) t0 = t;
-        } else if (t < t1) {
-            t1 = t;
-        }
-    }
-    if (!(t0 <= t1)) return false;
-    if (t1 < 1.0) end = glm::vec2(from + t1 * delta);
-    if (t0 > 0.0) start = glm::vec2(from + t0 * delta);
-    return true;
-}
-
-}  // namespace detail
 
 // Calls plot(x, y, position, first) for every pixel (x, y) of the line from
 // `start` to `end` that lies inside the width x height image: first for the
@@ -62,7 +34,7 @@ void WalkSteppingLine(glm::vec2 start, glm::vec2 end, int width, int height, Plo
         return;
     const double reach = 2.0 * (static_cast<double>(width) + static_cast<double>(height));
     if (!(std::fabs(double(end.x) - start.x) <= reach && std::fabs(double(end.y) - start.y) <= reach) &&
-        !detail::CutToRectangle(start, end, glm::dvec2(-2.0), glm::dvec2(width + 1.0, height + 1.0)))
+        !ClipToRectangle(start, end, glm::dvec2(-2.0), glm::dvec2(width + 1.0, height + 1.0)))
         return;
 
     const auto inside = [&](int64_t x, int64_t y) { return x >= 0 && y >= 0 && x < width && y < height; };
