@@ -15,8 +15,8 @@
 #include <glm/glm.hpp>
 
 #include "common/float_convert.h"
-#include "common/unit_vector.h"
 #include "common/slice_clip.h"
+#include "common/unit_vector.h"
 #include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slab_projection.h"

@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "common/curved_view.h"
-#include "common/unit_vector.h"
 #include "common/matrix_record.h"
+#include "common/unit_vector.h"
 #include "host/zr_camera.h"
 #include "mesh/bvh/tracked_heap.h"
 #include "mesh/plane_cut.h"

@@ -32,9 +32,9 @@ using zrcommon::ReadList;
 using zrcommon::ReadObjParam;
 using zrcommon::ReadParam;
 using zrcommon::ReadPointer;
-using zrobjects::FrameBuffer;
 using zrcommon::ToMatrixRecord;
 using zrcommon::TransformPoint;
+using zrobjects::FrameBuffer;
 
 namespace {
 

@@ -13,10 +13,9 @@
 namespace zrvolume {
 
 using zrcommon::Matrix16;
+using zrcommon::ReadParam;
 using zrcommon::ToMatrixRecord;
 using zrcommon::TruncateToInt32;
-
-using zrcommon::ReadParam;
 
 uint32_t ColourWord(const glm::dvec4& rgba) {
     uint32_t word = 0;

@@ -16,11 +16,10 @@
 namespace zrvolume {
 
 using zrcommon::Matrix16;
-using zrcommon::SliceClipState;
-using zrcommon::ToMatrixRecord;
-
 using zrcommon::ReadList;
 using zrcommon::ReadParam;
+using zrcommon::SliceClipState;
+using zrcommon::ToMatrixRecord;
 
 namespace {
 

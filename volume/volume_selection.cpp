@@ -6,11 +6,10 @@
 
 namespace zrvolume {
 
-using zrcommon::SliceClipState;
-using zrcommon::ToMatrixRecord;
-
 using zrcommon::ReadObjParam;
 using zrcommon::ReadParam;
+using zrcommon::SliceClipState;
+using zrcommon::ToMatrixRecord;
 
 std::vector<SelectedVolume> SelectVolumes(const zrobjects::ModuleRequest& request) {
     std::vector<SelectedVolume> selected;

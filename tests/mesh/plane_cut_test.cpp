@@ -24,9 +24,9 @@
 
 namespace {
 
-using zrmesh::CutTriangle;
 using zrcommon::Matrix16;
 using zrcommon::ToMatrixRecord;
+using zrmesh::CutTriangle;
 
 const Matrix16 kIdentity = ToMatrixRecord(glm::mat4(1.0f));
 const glm::vec3 kZ(0.0f, 0.0f, 1.0f);

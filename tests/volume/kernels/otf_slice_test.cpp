@@ -12,8 +12,8 @@
 namespace {
 
 using namespace slicetest;
-using zrvolume::RenderOtfSlice;
 using zrcommon::SliceClipState;
+using zrvolume::RenderOtfSlice;
 
 // Entry t of every row names t in c0 (low byte) and c1 (high byte), with c2 = 7
 // and full opacity, so a pixel tells which entry coloured it.
