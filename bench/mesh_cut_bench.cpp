@@ -14,14 +14,14 @@
 #include <vector>
 
 #include "bench/workloads.h"
+#include "common/matrix_record.h"
 #include "host/mesh_builder.h"
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "host/zr_camera.h"
 #include "mesh/bvh/bvh_node.h"
 #include "mesh/line_drawing.h"
 #include "mesh/plane_cut.h"
 #include "module/dispatch.h"
-#include "volume/kernels/matrix_record.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ struct M1Scene {
     std::shared_ptr<zrobjects::ZrIObject> image;
     glm::vec3 planePoint;
     glm::vec3 planeNormal;
-    zrvolume::Matrix16 objectToScreen;
+    zrcommon::Matrix16 objectToScreen;
 };
 
 const M1Scene& Scene() {
@@ -49,7 +49,7 @@ const M1Scene& Scene() {
         s.planeNormal = glm::cross(up, right);
         glm::dmat4 f0, f1, f2;
         camera.GetMatrixWStoSS(f0, f1, f2);
-        s.objectToScreen = zrvolume::ToMatrixRecord(glm::mat4(zrobjects::ComposeApplied(f0, f1, f2)));
+        s.objectToScreen = zrcommon::ToMatrixRecord(glm::mat4(zrobjects::ComposeApplied(f0, f1, f2)));
         return s;
     }();
     return scene;

@@ -14,11 +14,12 @@
 
 #include <glm/glm.hpp>
 
+#include "common/float_convert.h"
+#include "common/slice_clip.h"
+#include "common/unit_vector.h"
 #include "volume/kernels/curved_reformation.h"
-#include "volume/kernels/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slab_projection.h"
-#include "volume/kernels/slice_clip.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
 
@@ -35,16 +36,16 @@ struct ReferenceTarget {
 // the first row, first and last of the last row).
 template <class T>
 void OtfSlice(const zrvolume::VoxelGrid<T>& grid, const glm::vec3 corners[4], int width, int height,
-              const uint32_t* row0, float length, bool channelSwitch, const zrvolume::SliceClipState& clip,
+              const uint32_t* row0, float length, bool channelSwitch, const zrcommon::SliceClipState& clip,
               const ReferenceTarget& out) {
     for (int y = 0; y < height; ++y) {
         const zrvolume::SliceRow ends = zrvolume::RowEnds(corners, y, height);
         for (int x = 0; x < width; ++x) {
             const glm::vec3 p = zrvolume::PixelPoint(ends, x, width);
-            if (zrvolume::Clipped(clip, p)) continue;
+            if (zrcommon::Clipped(clip, p)) continue;
             const bool inside = zrvolume::InsideGrid(p, grid.dims);
             const float v = inside ? zrvolume::SampleTrilinear(grid, p) : 0.0f;
-            const auto value = static_cast<uint16_t>(zrvolume::TruncateToInt32(v));
+            const auto value = static_cast<uint16_t>(zrcommon::TruncateToInt32(v));
             const size_t index = static_cast<size_t>(y) * out.pitch + x;
             if (out.values) out.values[index] = value;
             out.colour[index] = zrvolume::PremultipliedPixel(row0[zrvolume::ScaledOtfIndex(value, length)],
@@ -56,7 +57,7 @@ void OtfSlice(const zrvolume::VoxelGrid<T>& grid, const glm::vec3 corners[4], in
 // Slab maximum (10), minimum (11) and average (12) of a planar slab (W2-W4).
 template <class T>
 void SlabProjection(const zrvolume::VoxelGrid<T>& grid, const zrvolume::SlabGeometry& g, int code, int width,
-                    int height, const uint32_t* row0, bool channelSwitch, const zrvolume::SliceClipState& clip,
+                    int height, const uint32_t* row0, bool channelSwitch, const zrcommon::SliceClipState& clip,
                     const ReferenceTarget& out) {
     const bool clipActive = clip.clipBox || clip.clipPlane;
     for (int r = 0; r < height; ++r) {
@@ -70,7 +71,7 @@ void SlabProjection(const zrvolume::VoxelGrid<T>& grid, const zrvolume::SlabGeom
             float maximum = 0.0f, minimum = 3.4028235e38f, sum = 0.0f;
             int count = 0;
             for (int m = 0; m < g.layerCount; ++m) {
-                if (clipActive && zrvolume::Clipped(clip, x)) continue;  // the point does not advance
+                if (clipActive && zrcommon::Clipped(clip, x)) continue;  // the point does not advance
                 float sample = 0.0f;
                 if (zrvolume::InsideGrid(x, grid.dims)) {
                     sample = zrvolume::SampleTrilinear(grid, x);
@@ -85,20 +86,15 @@ void SlabProjection(const zrvolume::VoxelGrid<T>& grid, const zrvolume::SlabGeom
                 x += g.layerStep;
             }
             int32_t value = 0;
-            if (code == 10) value = zrvolume::TruncateToInt32(maximum + 0.5f);
-            if (code == 11) value = zrvolume::TruncateToInt32(minimum + 0.5f);
-            if (code == 12) value = zrvolume::TruncateToInt32(sum / static_cast<float>(count));
+            if (code == 10) value = zrcommon::TruncateToInt32(maximum + 0.5f);
+            if (code == 11) value = zrcommon::TruncateToInt32(minimum + 0.5f);
+            if (code == 12) value = zrcommon::TruncateToInt32(sum / static_cast<float>(count));
             const auto value16 = static_cast<uint16_t>(value);
             const size_t index = static_cast<size_t>(r) * out.pitch + c;
             if (out.values) out.values[index] = value16;
             out.colour[index] = zrvolume::PremultipliedPixel(row0[value16], channelSwitch, covered);
         }
     }
-}
-
-inline glm::vec3 UnitOrZero(const glm::vec3& v) {
-    const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-    return length > 2.220446e-16f ? v / length : glm::vec3(0.0f);
 }
 
 // Thin curved reformation (W6), column by column.
@@ -121,8 +117,8 @@ void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReform
         const glm::vec3 p = (1.0f - f) * args.curvePoints[k0] + f * args.curvePoints[k1];
         const glm::vec3 up = (1.0f - f) * args.upVectors[k0] + f * args.upVectors[k1];
         const glm::vec3 tangent = (1.0f - f) * args.tangents[k0] + f * args.tangents[k1];
-        const glm::vec3 upUnit = UnitOrZero(up);
-        glm::vec3 depth = UnitOrZero(glm::cross(upUnit, tangent));
+        const glm::vec3 upUnit = zrcommon::UnitOrZero(up);
+        glm::vec3 depth = zrcommon::UnitOrZero(glm::cross(upUnit, tangent));
         if (args.rightSide) depth = -depth;
         const glm::vec3 surface = p + g.depthScale * depth;
         const glm::vec3 lateralStep = g.lateralScale * upUnit;
@@ -132,11 +128,11 @@ void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReform
                 (static_cast<float>(height - 1 - j) / rows) * lo + (static_cast<float>(j) / rows) * hi;
             if (!(s >= 0.0f) || s > g.lateralExtent) continue;
             const glm::vec3 v =
-                zrvolume::TransformPoint(args.worldToVoxel, surface + (s - g.lateralCentre) * lateralStep);
-            if (clipActive && zrvolume::Clipped(args.clip, v)) continue;
+                zrcommon::TransformPoint(args.worldToVoxel, surface + (s - g.lateralCentre) * lateralStep);
+            if (clipActive && zrcommon::Clipped(args.clip, v)) continue;
             const bool inside = zrvolume::InsideGrid(v, grid.dims);
             const float sample = inside ? zrvolume::SampleTrilinear(grid, v) : 0.0f;
-            const auto value = static_cast<uint16_t>(zrvolume::TruncateToInt32(sample + 0.5f));
+            const auto value = static_cast<uint16_t>(zrcommon::TruncateToInt32(sample + 0.5f));
             const size_t index = static_cast<size_t>(j) * out.pitch + i;
             if (out.values) out.values[index] = value;
             out.colour[index] = zrvolume::PremultipliedPixel(row0[zrvolume::ScaledOtfIndex(value, length)],
@@ -149,25 +145,25 @@ void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReform
 // plane's first corner, every cell sampling its own four corners; the segment
 // ends projected by `voxelToScreen` and appended as x0, y0, x1, y1.
 template <class T>
-std::vector<double> IsoContourList(const zrvolume::VoxelGrid<T>& grid, const zrvolume::Matrix16& planeToVoxel,
+std::vector<double> IsoContourList(const zrvolume::VoxelGrid<T>& grid, const zrcommon::Matrix16& planeToVoxel,
                                    const glm::vec3 planeCorners[4], int iso,
-                                   const zrvolume::Matrix16& voxelToScreen) {
+                                   const zrcommon::Matrix16& voxelToScreen) {
     // Case index (bit 0: P00 below, bit 1: P10, bit 2: P01, bit 3: P11) to the
     // crossed edge pairs (0: P00-P10, 1: P00-P01, 2: P10-P11, 3: P01-P11).
     static constexpr int kRule[16] = {0, 1, 2, 5, 3, 6, 8, 4, 4, 7, 6, 3, 5, 2, 1, 0};
     static constexpr int kPairs[9][2][2] = {{}, {{0, 1}}, {{0, 2}}, {{1, 3}}, {{2, 3}},
                                             {{1, 2}}, {{0, 3}}, {{0, 1}, {2, 3}}, {{0, 2}, {1, 3}}};
     static constexpr int kCount[9] = {0, 1, 1, 1, 1, 1, 1, 2, 2};
-    const glm::vec3 origin = zrvolume::TransformPoint(planeToVoxel, planeCorners[0]);
-    const glm::vec3 rowEnd = zrvolume::TransformPoint(planeToVoxel, planeCorners[1]);
-    const glm::vec3 lastPixel = zrvolume::TransformPoint(planeToVoxel, planeCorners[3]);
+    const glm::vec3 origin = zrcommon::TransformPoint(planeToVoxel, planeCorners[0]);
+    const glm::vec3 rowEnd = zrcommon::TransformPoint(planeToVoxel, planeCorners[1]);
+    const glm::vec3 lastPixel = zrcommon::TransformPoint(planeToVoxel, planeCorners[3]);
     const glm::vec3 across = rowEnd - origin, down = lastPixel - rowEnd;
     const float acrossLength = std::sqrt(across.x * across.x + across.y * across.y + across.z * across.z);
     const float downLength = std::sqrt(down.x * down.x + down.y * down.y + down.z * down.z);
     const glm::vec3 u(across.x / acrossLength, across.y / acrossLength, across.z / acrossLength);
     const glm::vec3 v(down.x / downLength, down.y / downLength, down.z / downLength);
-    const int cellsAcross = zrvolume::TruncateToInt32(acrossLength);
-    const int cellsDown = zrvolume::TruncateToInt32(downLength);
+    const int cellsAcross = zrcommon::TruncateToInt32(acrossLength);
+    const int cellsDown = zrcommon::TruncateToInt32(downLength);
     const auto gridPoint = [&](int i, int j) {
         return origin + static_cast<float>(i) * u + static_cast<float>(j) * v;
     };
@@ -176,9 +172,9 @@ std::vector<double> IsoContourList(const zrvolume::VoxelGrid<T>& grid, const zrv
         return glm::vec3((1.0f - t) * pa.x + t * pb.x, (1.0f - t) * pa.y + t * pb.y, (1.0f - t) * pa.z + t * pb.z);
     };
     const auto toScreen = [&](const glm::vec3& p, std::vector<double>& out) {
-        const float w = zrvolume::RecordRow(voxelToScreen, 3, p);
-        out.push_back(double(zrvolume::RecordRow(voxelToScreen, 0, p) / w));
-        out.push_back(double(zrvolume::RecordRow(voxelToScreen, 1, p) / w));
+        const float w = zrcommon::RecordRow(voxelToScreen, 3, p);
+        out.push_back(double(zrcommon::RecordRow(voxelToScreen, 0, p) / w));
+        out.push_back(double(zrcommon::RecordRow(voxelToScreen, 1, p) / w));
     };
     std::vector<double> list;
     for (int j = 0; j < cellsDown; ++j) {
@@ -186,7 +182,7 @@ std::vector<double> IsoContourList(const zrvolume::VoxelGrid<T>& grid, const zrv
             const glm::vec3 p[4] = {gridPoint(i, j), gridPoint(i + 1, j), gridPoint(i, j + 1), gridPoint(i + 1, j + 1)};
             if (!zrvolume::InsideGrid(p[0], grid.dims)) continue;
             int s[4];
-            for (int k = 0; k < 4; ++k) s[k] = zrvolume::TruncateToInt32(zrvolume::SampleTrilinear(grid, p[k]));
+            for (int k = 0; k < 4; ++k) s[k] = zrcommon::TruncateToInt32(zrvolume::SampleTrilinear(grid, p[k]));
             const int rule = kRule[(s[0] < iso ? 1 : 0) | (s[1] < iso ? 2 : 0) | (s[2] < iso ? 4 : 0) |
                                    (s[3] < iso ? 8 : 0)];
             // Edge e joins corners kEnds[e][0] and kEnds[e][1].

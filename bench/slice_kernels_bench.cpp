@@ -93,7 +93,7 @@ void W1_OtfSlice_ScalarReference(benchmark::State& state) {
     const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(*w.volume->GetVolumeData());
     glm::vec3 corners[4];
     for (int k = 0; k < 4; ++k)
-        corners[k] = zrvolume::TransformPointDouble(w.geometry.planeToVoxel, w.geometry.plane.corners[k]);
+        corners[k] = zrcommon::TransformPointDouble(w.geometry.planeToVoxel, w.geometry.plane.corners[k]);
     const zrvolume::OtfTable table = zrvolume::ReadOtfTable(*w.table);
     zrobjects::FrameBuffer* colour = w.image->GetFrameBuffer(1, kColourIndex);
     zrobjects::FrameBuffer* values = w.image->GetFrameBuffer(3, kValueIndex);
@@ -184,8 +184,8 @@ void W5_IsoContourLists_ScalarReference(benchmark::State& state) {
     glm::dmat4 view, projection, viewport;
     w.image->GetCameraObject()->GetMatrixWStoSS(view, projection, viewport);
     const glm::mat4 worldToScreen(zrobjects::ComposeApplied(view, projection, viewport));
-    const zrvolume::Matrix16 voxelToScreen =
-        zrvolume::ToMatrixRecord(worldToScreen * zrvolume::FromMatrixRecord(w.geometry.voxelToWorld));
+    const zrcommon::Matrix16 voxelToScreen =
+        zrcommon::ToMatrixRecord(worldToScreen * zrcommon::FromMatrixRecord(w.geometry.voxelToWorld));
     size_t values = 0;
     for (auto _ : state) {
         const std::vector<double> list =

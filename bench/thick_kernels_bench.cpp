@@ -94,7 +94,7 @@ void W2Geometry_SlabShadedCompositing(benchmark::State& state) { RunSlab(state, 
 
 // W6: 512 samples of p(t) = centre + (40 cos t, 40 sin t, 30 t / pi) mm, t
 // evenly spaced in [-pi, pi], up = world z, tangent = p'(t); 512 x 512 pixels,
-// one column per sample, rows spanning 100 mm, thin.
+// about one column per sample, rows spanning 100 mm, thin.
 struct HelixWorkload {
     std::shared_ptr<zrobjects::ZrVObjectVolume> volume = zrbench::VolumeV1();
     std::shared_ptr<zrobjects::ZrObject> table = zrbench::BenchTable();
@@ -125,7 +125,16 @@ struct HelixWorkload {
         args.tangents = tangents.data();
         args.curveCount = kSamples;
         args.worldToVoxel = geometry.planeToVoxel;
+        // The whole curve, as a camera at the origin with a view extent of the
+        // plane width and height shows it: about one column per sample.
+        args.planeWidth = static_cast<float>(kSamples - 1);
         args.planeHeight = 100.0f;
+        const float dx = 0.5f * args.planeWidth / args.width, dy = 0.5f * args.planeHeight / args.height;
+        const float left = dx - 0.5f * args.planeWidth, top = 0.5f * args.planeHeight - dy;
+        args.planeCorners[0] = {left, top, 0.0f};
+        args.planeCorners[1] = {-left, top, 0.0f};
+        args.planeCorners[2] = {left, -top, 0.0f};
+        args.planeCorners[3] = {-left, -top, 0.0f};
         args.projectionCode = 0;
         args.thickness = 0.0f;
         args.layerStep = kSlabPitch;

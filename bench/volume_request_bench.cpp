@@ -5,7 +5,7 @@
 #include <omp.h>
 
 #include "bench/workloads.h"
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "module/dispatch.h"
 
 namespace {

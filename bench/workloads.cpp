@@ -170,14 +170,13 @@ SliceGeometry MakeSliceGeometry(zrobjects::ZrIObject& image, const zrobjects::Zr
         glm::mat4(zrobjects::ComposeApplied(viewportInverse, projectionInverse, viewInverse));
     geometry.plane.width = image.Width();
     geometry.plane.height = image.Height();
-    geometry.plane.pixelScale = glm::vec2(1.0f);
     camera->GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, geometry.plane.corners[0],
                                      geometry.plane.corners[1], geometry.plane.corners[2],
                                      geometry.plane.corners[3]);
 
     // Object-to-reference composed with the entry's world matrix, and back.
-    geometry.voxelToWorld = zrvolume::ToMatrixRecord(entryWorld * volume.GetMatrixOS2RSf());
-    geometry.planeToVoxel = zrvolume::ToMatrixRecord(volume.GetMatrixRS2OSf() * glm::inverse(entryWorld));
+    geometry.voxelToWorld = zrcommon::ToMatrixRecord(entryWorld * volume.GetMatrixOS2RSf());
+    geometry.planeToVoxel = zrcommon::ToMatrixRecord(volume.GetMatrixRS2OSf() * glm::inverse(entryWorld));
     return geometry;
 }
 

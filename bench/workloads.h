@@ -14,13 +14,13 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
 #include "host/image_builder.h"
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
 #include "host/zr_object.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrbench {
 
@@ -73,8 +73,8 @@ std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image();
 
 struct SliceGeometry {
     zrvolume::SlicePlane plane;         // corners in world space, size, screen-to-world
-    zrvolume::Matrix16 planeToVoxel;    // world (the corners' space) to voxel coordinates
-    zrvolume::Matrix16 voxelToWorld;    // voxel coordinates to world
+    zrcommon::Matrix16 planeToVoxel;    // world (the corners' space) to voxel coordinates
+    zrcommon::Matrix16 voxelToWorld;    // voxel coordinates to world
 };
 
 // The plane of the image's camera and the transforms of `volume` placed in the

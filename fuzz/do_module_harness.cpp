@@ -12,10 +12,10 @@
 #include "fuzz/request_encoding.h"
 #include "host/image_builder.h"
 #include "host/mesh_builder.h"
+#include "host/plugin_interface.h"
 #include "host/table_builder.h"
 #include "host/volume_builder.h"
 #include "host/zrobjects.h"
-#include "module/entry_points.h"
 
 namespace zrfuzz {
 

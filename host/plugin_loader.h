@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "module/entry_points.h"
+#include "host/plugin_interface.h"
 
 namespace zrobjects {
 

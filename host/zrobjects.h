@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host_services.h"
-#include "module_request.h"
+#include "plugin_interface.h"
 #include "param_map.h"
 #include "zr_camera.h"
 #include "zr_image.h"

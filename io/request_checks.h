@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "request_file.h"
 
 namespace zrio {

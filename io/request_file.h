@@ -17,7 +17,7 @@
 #include <glm/glm.hpp>
 #include <nlohmann/json.hpp>
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "host/zr_image.h"
 #include "voxel_grid.h"
 

@@ -1,11 +1,11 @@
 #include "clip_setup.h"
 
-#include "volume/kernels/matrix_record.h"
+#include "common/matrix_record.h"
 
 namespace zrmesh {
 
-using zrvolume::ToMatrixRecord;
-using zrvolume::TransformPoint;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TransformPoint;
 
 MeshClipState MakeScreenClipState(const WorldClip& clip, const glm::mat4& worldToScreen,
                                   const glm::mat4& screenToWorld) {
@@ -18,7 +18,7 @@ MeshClipState MakeScreenClipState(const WorldClip& clip, const glm::mat4& worldT
     a = glm::normalize(a);
     const glm::vec3 b = glm::normalize(glm::cross(a, v));
 
-    const zrvolume::Matrix16 toScreen = ToMatrixRecord(worldToScreen);
+    const zrcommon::Matrix16 toScreen = ToMatrixRecord(worldToScreen);
     const glm::vec3 c = TransformPoint(toScreen, clip.planePoint);
     const glm::vec3 cb = TransformPoint(toScreen, clip.planePoint + b);
     const glm::vec3 ca = TransformPoint(toScreen, clip.planePoint + a);

@@ -2,24 +2,20 @@
 
 #include <cmath>
 
+#include "common/curved_view.h"
+#include "common/matrix_record.h"
+#include "common/unit_vector.h"
+#include "host/zr_camera.h"
 #include "mesh/bvh/tracked_heap.h"
 #include "mesh/plane_cut.h"
-#include "volume/kernels/matrix_record.h"
 
 namespace zrmesh {
 
-using zrvolume::ToMatrixRecord;
-using zrvolume::TransformPoint;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TransformPoint;
+using zrcommon::UnitOrZero;
 
 namespace {
-
-// Below this length a direction counts as zero.
-constexpr float kZeroLength = 2.220446e-16f;
-
-glm::vec3 UnitOrZero(const glm::vec3& v) {
-    const float length = glm::length(v);
-    return length > kZeroLength ? v / length : glm::vec3(0.0f);
-}
 
 glm::vec3 Vec(const float* v) { return glm::vec3(v[0], v[1], v[2]); }
 
@@ -41,11 +37,21 @@ CurvedSurface BuildCurvedSurface(const glm::vec3* points, const glm::vec3* upVec
     if (!points || !upVectors || !tangents || sampleCount < 2) return surface;
     if (!(planeHeight > 0.0f) || !std::isfinite(planeHeight)) return surface;
 
-    const int width = out->width, height = out->height;
-    // The image's last column sits a hair before the last sample (a column at
-    // exactly N - 1 would be left empty), so columns scale by this u1.
-    const float lastPosition = std::nextafter(static_cast<float>(sampleCount - 1), 0.0f);
-    const float columnsPerSample = static_cast<float>(width - 1) / lastPosition;
+    const zrobjects::ZrCObject* camera = image.GetCameraObject();
+    if (!camera) return surface;
+
+    // The columns and rows of the curved view, as the volume image lays them out.
+    glm::vec3 corners[4];
+    camera->GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, corners[0], corners[1], corners[2], corners[3]);
+    const zrcommon::CurvedView view = zrcommon::MapCurvedView(corners, planeWidth, planeHeight, sampleCount);
+    const float columnsPerSample = static_cast<float>(out->width - 1) /
+                                   (view.lastColumnPosition - view.firstColumnPosition);
+    const float rowsPerMillimetre = static_cast<float>(out->height - 1) /
+                                    (view.firstColumnTop - view.firstColumnBottom);
+    // The image plane is a rectangle: the first column's lateral range holds for
+    // every column. Rows of lateral offsets +E/2 and -E/2 from the surface.
+    const float topRow = (view.firstColumnTop - planeHeight) * rowsPerMillimetre;
+    const float bottomRow = view.firstColumnTop * rowsPerMillimetre;
 
     const auto surfacePoint = [&](int k) {
         const glm::vec3 up = UnitOrZero(upVectors[k]);
@@ -71,12 +77,12 @@ CurvedSurface BuildCurvedSurface(const glm::vec3* points, const glm::vec3* upVec
             Store(piece.along, along);
             Store(piece.up, up);
             Store(piece.depth, depth);
-            piece.columnStart = static_cast<float>(k) * columnsPerSample;
-            piece.columnEnd = static_cast<float>(k + 1) * columnsPerSample;
+            piece.length = glm::length(along);
+            piece.columnStart = (static_cast<float>(k) - view.firstColumnPosition) * columnsPerSample;
+            piece.columnEnd = (static_cast<float>(k + 1) - view.firstColumnPosition) * columnsPerSample;
             piece.lateralExtent = planeHeight;
-            piece.rowScale = static_cast<float>(height - 1) / planeHeight;
-            piece.lastRow = static_cast<float>(height - 1);
-            piece.sampleSpacing = planeWidth / static_cast<float>(sampleCount);
+            piece.topRow = topRow;
+            piece.bottomRow = bottomRow;
         }
         start = end;
     }
@@ -85,7 +91,7 @@ CurvedSurface BuildCurvedSurface(const glm::vec3* points, const glm::vec3* upVec
 
 glm::mat4 PieceWorldToScreen(const CurvedPiece& piece) {
     const glm::vec3 along = Vec(piece.along);
-    const float alongLength = glm::length(along);
+    const float alongLength = piece.length;
     // View: world millimetres into the piece frame (along in millimetres from
     // the origin, lateral offset, depth). The frame need not be orthogonal: the
     // image's rows run along the up vector even where it leans on the curve.
@@ -104,14 +110,14 @@ glm::mat4 PieceWorldToScreen(const CurvedPiece& piece) {
     projection[1][1] = 2.0f / piece.lateralExtent;
     projection[2][2] = -0.0001f;
 
-    // Strip: the normalised square onto the piece's columns and all rows, the
-    // +up edge on row 0.
+    // Strip: the normalised square onto the piece's columns and the rows of its
+    // lateral extent, the +up edge on the top row.
     glm::mat4 strip(1.0f);
     const float halfColumns = 0.5f * (piece.columnEnd - piece.columnStart);
     strip[0][0] = halfColumns;
     strip[3][0] = piece.columnStart + halfColumns;
-    strip[1][1] = -0.5f * piece.lastRow;
-    strip[3][1] = 0.5f * piece.lastRow;
+    strip[1][1] = 0.5f * (piece.topRow - piece.bottomRow);
+    strip[3][1] = 0.5f * (piece.topRow + piece.bottomRow);
     return strip * projection * view;
 }
 
@@ -120,7 +126,7 @@ void CutMeshWithCurvedSurface(const zrobjects::PrimitiveData& data, const zrbvh:
                               const CurvedSurface& surface, uint32_t* target, int width, int height,
                               uint32_t colour, int thickness, const glm::mat4& worldToObject,
                               std::vector<float>* crossLines) {
-    const zrvolume::Matrix16 toObject = ToMatrixRecord(worldToObject);
+    const zrcommon::Matrix16 toObject = ToMatrixRecord(worldToObject);
     for (int32_t p = 0; p < surface.count; ++p) {
         const CurvedPiece& piece = surface.pieces[p];
         const glm::mat4 worldToScreen = PieceWorldToScreen(piece);
@@ -133,7 +139,7 @@ void CutMeshWithCurvedSurface(const zrobjects::PrimitiveData& data, const zrbvh:
         const glm::vec3 u = TransformPoint(toObject, origin + Vec(piece.up));
         const glm::vec3 normal = glm::cross(a - o, u - o);
 
-        const ScreenWindow window{piece.columnStart, -0.5f, piece.columnEnd, piece.lastRow + 0.5f};
+        const ScreenWindow window{piece.columnStart, piece.topRow, piece.columnEnd, piece.bottomRow};
         SegmentTarget segmentTarget;
         segmentTarget.pixels = target;
         segmentTarget.width = width;

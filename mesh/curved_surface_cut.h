@@ -5,26 +5,26 @@
 // tangents T, world millimetres). At sample k it passes through
 // B_k = P_k + h * Wd_k, with Wd_k = normalise(unit(V_k) x T_k) (negated on the
 // right side) and h the half thickness, and it extends along the unit up vector
-// over the plane height E, centred on B. Image column x shows curve position
-// u = x * u1 / (W - 1), with u1 the largest float below N - 1; image row y shows
-// the lateral offset E/2 - y * E / (H - 1) along the up vector, so row 0 is the
-// +up edge. These are the columns and rows of the volume's curved reformation
-// image, so the lines lie over it.
+// over the plane height E, centred on B. Its picture follows the camera exactly
+// as the volume's curved reformation image does (common/curved_view.h): curve
+// position u lies on column (u - u0) (W - 1) / (u1 - u0) and the lateral
+// coordinate s (E / 2 + the offset along the up vector) on row
+// (t - s) (H - 1) / (t - b), u0 and u1 the curve positions of the first and last
+// column, t and b the lateral coordinates of the top and bottom row. So the
+// lines lie over the volume's image, and pan and zoom with it.
 //
 // Each interval [k, k + 1] of the curve is one flat piece: origin B_k, along
 // vector B_{k+1} - B_k, up vector unit(V_k + V_{k+1}) (the up vector the image
 // uses half-way along the interval). A point on the piece at fraction f of the
-// along vector and lateral offset l is drawn at column (k + f) (W - 1) / u1 and
-// row (E/2 - l)(H - 1) / E. The piece's transform is the product of a view into
-// the piece frame (along, up, depth; millimetres), an orthographic projection
-// with x and y scales 2 / extent (the along length and E) and depth scale
-// -0.0001, and a strip matrix that puts the piece's normalised square on its
-// columns and on all rows. Every piece is cut with the plane cut and its
-// segments are clipped to the piece's own columns, so neighbouring pieces meet
-// on their shared edge and no piece draws into another's columns.
-//
-// "_float_ExPlaneWidth" only fixes the record's nominal sample spacing
-// (ExPlaneWidth / N): the columns always follow the samples, as in the image.
+// along vector and lateral offset l is drawn at the column of u = k + f and the
+// row of s = E / 2 + l. The piece's transform is the product of a view into the
+// piece frame (along, up, depth; millimetres), an orthographic projection with
+// x and y scales 2 / extent (the along length and E) and depth scale -0.0001,
+// and a strip matrix that puts the piece's normalised square on its columns and
+// on the rows of the lateral extent. Every piece is cut with the plane cut and
+// its segments are clipped to the piece's own columns and to those rows, so
+// neighbouring pieces meet on their shared edge, no piece draws into another's
+// columns, and no line leaves the rows the volume image draws.
 #pragma once
 
 #include <cstdint>
@@ -39,18 +39,18 @@
 
 namespace zrmesh {
 
-// One piece of the surface: eighteen floats, world millimetres.
+// One piece of the surface: eighteen floats, world millimetres and pixels.
 struct CurvedPiece {
     float origin[3];      // B_k
     float along[3];       // B_{k+1} - B_k
     float up[3];          // unit up vector of the piece
     float depth[3];       // unit normal of the piece, on the side of Wd
+    float length;         // |B_{k+1} - B_k|
     float columnStart;    // image column of B_k
     float columnEnd;      // image column of B_{k+1}
     float lateralExtent;  // E
-    float rowScale;       // (H - 1) / E: rows per millimetre of lateral offset
-    float lastRow;        // H - 1
-    float sampleSpacing;  // ExPlaneWidth / N, nominal
+    float topRow;         // image row of the +up edge (lateral offset +E / 2)
+    float bottomRow;      // image row of the -up edge (lateral offset -E / 2)
 };
 static_assert(sizeof(CurvedPiece) == 18 * sizeof(float));
 
@@ -60,11 +60,13 @@ struct CurvedSurface {
     int32_t count = 0;
 };
 
-// Builds the pieces for `sampleCount` samples. Nothing is built (an empty
-// record) when render-out 0 of `image` is missing or smaller than 2 x 2 pixels,
-// when there are fewer than two samples or a curve array is null, or when the
-// plane height is not positive. Intervals whose along and up vectors do not
-// span a plane are left out.
+// Builds the pieces for `sampleCount` samples, laid out for the camera of
+// `image` and its render-out 0 (the plane width fixes how long the curve is on
+// the image plane). Nothing is built (an empty record) when the image has no
+// camera, when render-out 0 is missing or smaller than 2 x 2 pixels, when there
+// are fewer than two samples or a curve array is null, or when the plane height
+// is not positive. Intervals whose along and up vectors do not span a plane are
+// left out.
 CurvedSurface BuildCurvedSurface(const glm::vec3* points, const glm::vec3* upVectors,
                                  const glm::vec3* tangents, int32_t sampleCount, float planeWidth,
                                  float planeHeight, float halfThickness, bool rightSide,

@@ -7,13 +7,13 @@
 
 #include <glm/glm.hpp>
 
-#include "volume/kernels/slice_clip.h"
+#include "common/slice_clip.h"
 
 namespace zrmesh {
 
 // Clip state of one object in screen space: plane point and unit normal in
 // screen coordinates, and the screen-to-box matrix.
-using MeshClipState = zrvolume::SliceClipState;
+using MeshClipState = zrcommon::SliceClipState;
 
 // One colour pixel packed as it lies in memory: channels (int)(c * 255.0)
 // truncated, in R, G, B order when `rgba` is set and B, G, R otherwise, then
@@ -22,7 +22,7 @@ uint32_t PackColour(const glm::vec3& colour, bool rgba);
 
 // True when the clip tests that are on keep the screen point (x, y, z).
 inline bool AcceptPixel(const MeshClipState& clip, const glm::vec3& point) {
-    return !zrvolume::Clipped(clip, point);
+    return !zrcommon::Clipped(clip, point);
 }
 
 // Draws the segment from `start` to `end` (x, y in pixels, z the projected depth)
@@ -32,7 +32,9 @@ inline bool AcceptPixel(const MeshClipState& clip, const glm::vec3& point) {
 // start point's depth, every later one at depth 0. Accepted pixels inside the
 // image get `centreColour`; with thickness > 1 each is widened by pixels of
 // `wideColour` at offsets +1, -1, +2, -2, ... along y, x and the diagonal,
-// clamped into the image and not clip-tested.
+// clamped into the image and not clip-tested. The walk is the shared stepping
+// line (common/stepping_line.h): bounded by the image, nothing for a
+// non-finite end.
 void DrawSegment(const glm::vec3& start, const glm::vec3& end, uint32_t centreColour, uint32_t* target,
                  int width, int height, int thickness, uint32_t wideColour, const MeshClipState& clip);
 

@@ -1,16 +1,18 @@
 #include "plane_cut.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <omp.h>
 
+#include "common/segment_clip.h"
 #include "mesh/bvh/array.h"
 #include "mesh/bvh/bvh_query.h"
 
 namespace zrmesh {
 
-using zrvolume::Matrix16;
-using zrvolume::TransformPoint;
+using zrcommon::Matrix16;
+using zrcommon::TransformPoint;
 
 namespace {
 
@@ -24,34 +26,7 @@ constexpr size_t kThreadListSlots = 15000;
 
 inline float Dot(const glm::vec3& a, const glm::vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
-// Clips the segment to `window` (Liang-Barsky on x and y, z follows linearly).
-// False when nothing of it is left.
-bool ClipToWindow(const ScreenWindow& window, glm::vec3& start, glm::vec3& end) {
-    float t0 = 0.0f, t1 = 1.0f;
-    const glm::vec3 delta = end - start;
-    const float p[4] = {-delta.x, delta.x, -delta.y, delta.y};
-    const float q[4] = {start.x - window.minX, window.maxX - start.x, start.y - window.minY,
-                        window.maxY - start.y};
-    for (int k = 0; k < 4; ++k) {
-        if (p[k] == 0.0f) {
-            if (q[k] < 0.0f) return false;
-            continue;
-        }
-        const float t = q[k] / p[k];
-        if (p[k] < 0.0f) {
-            if (t > t1) return false;
-            t0 = std::max(t0, t);
-        } else {
-            if (t < t0) return false;
-            t1 = std::min(t1, t);
-        }
-    }
-    if (!(t0 <= t1)) return false;
-    const glm::vec3 from = start;
-    if (t0 > 0.0f) start = from + t0 * delta;
-    if (t1 < 1.0f) end = from + t1 * delta;
-    return true;
-}
+inline bool Finite(const glm::vec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
 
 // Everything one triangle needs, captured once before the parallel loops.
 struct CutSetup {
@@ -85,8 +60,13 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
     if ((s0 > 0.0f && s1 > 0.0f && s2 > 0.0f) || (s0 < 0.0f && s1 < 0.0f && s2 < 0.0f)) return;
     glm::vec3 start, end;
     if (!CutTriangle(s.negD, s.normal, v0, v1, v2, s.objectToScreen, start, end)) return;
+    // A triangle lying within rounding of the plane can put a crossing at
+    // -s / 0: such a segment has no place on the screen and is dropped.
+    if (!Finite(start) || !Finite(end)) return;
     const SegmentTarget& target = *s.target;
-    if (target.window && !ClipToWindow(*target.window, start, end)) return;
+    const ScreenWindow* window = target.window;
+    if (window && !zrcommon::ClipToRectangle(start, end, {window->minX, window->minY}, {window->maxX, window->maxY}))
+        return;
     if (s.threadLists) {
         const float dx = end.x - start.x, dy = end.y - start.y;
         if (!(dx * dx + dy * dy > 0.0f)) return;

@@ -11,10 +11,10 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
 #include "host/zr_types.h"
 #include "mesh/bvh/bvh_node.h"
 #include "mesh/line_drawing.h"
-#include "volume/kernels/matrix_record.h"
 
 namespace zrmesh {
 
@@ -47,16 +47,17 @@ struct SegmentTarget {
 // projected with `objectToScreen` (perspective divide). False when fewer than
 // two points are found.
 bool CutTriangle(float negD, const glm::vec3& normal, const glm::vec3& v0, const glm::vec3& v1,
-                 const glm::vec3& v2, const zrvolume::Matrix16& objectToScreen, glm::vec3& start,
+                 const glm::vec3& v2, const zrcommon::Matrix16& objectToScreen, glm::vec3& start,
                  glm::vec3& end);
 
 // Cuts every triangle of `data` (topology 2, three vertices per primitive, a
 // "POSITION" attribute; otherwise nothing happens) with the plane through
 // `planePoint` with normal `planeNormal` (object space, any length). `tree` is the
 // host's hierarchy over the triangles, or null. In list mode only segments of
-// positive screen length are listed.
+// positive screen length are listed. A segment with an end that is not a
+// finite number (a triangle lying within rounding of the plane) is dropped.
 void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
                       const zrobjects::PrimitiveData& data, const zrbvh::BvhTree* tree,
-                      const zrvolume::Matrix16& objectToScreen, const SegmentTarget& target);
+                      const zrcommon::Matrix16& objectToScreen, const SegmentTarget& target);
 
 }  // namespace zrmesh

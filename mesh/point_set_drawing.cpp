@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <cmath>
 
+#include "common/matrix_record.h"
 #include "mesh/line_drawing.h"
-#include "volume/kernels/matrix_record.h"
 
 namespace zrmesh {
 
-using zrvolume::Matrix16;
-using zrvolume::ToMatrixRecord;
-using zrvolume::TransformPoint;
+using zrcommon::Matrix16;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TransformPoint;
 
 float PointDiscRadius(float sphereRadius, float zoominRadius, const glm::mat4& screenToWorld) {
     const float millimetresPerPixel = glm::length(glm::vec3(screenToWorld[0]));

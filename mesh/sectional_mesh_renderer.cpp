@@ -7,6 +7,9 @@
 
 #include <glm/glm.hpp>
 
+#include "common/frame_buffer_descriptors.h"
+#include "common/matrix_record.h"
+#include "common/param_reads.h"
 #include "host/zr_camera.h"
 #include "host/zr_image.h"
 #include "mesh/bvh/tracked_heap.h"
@@ -17,30 +20,24 @@
 #include "mesh/point_set_drawing.h"
 #include "mesh/smoothing.h"
 #include "mesh/smoothing_kernel.h"
-#include "module/param_reads.h"
 #include "platform/os_services.h"
-#include "volume/kernels/matrix_record.h"
 
 namespace zrmesh {
 
-using zrmodule::ReadList;
-using zrmodule::ReadObjParam;
-using zrmodule::ReadParam;
-using zrmodule::ReadPointer;
+using zrcommon::kAntialiasingDescriptor;
+using zrcommon::kDepthDescriptor;
+using zrcommon::kRenderBackupDescriptor;
+using zrcommon::kRenderOutDescriptor;
+using zrcommon::ReadList;
+using zrcommon::ReadObjParam;
+using zrcommon::ReadParam;
+using zrcommon::ReadPointer;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TransformPoint;
 using zrobjects::FrameBuffer;
-using zrvolume::ToMatrixRecord;
-using zrvolume::TransformPoint;
 
 namespace {
 
-constexpr const char* kOutDescriptor =
-    "default render out frame buffer Out : defined in zerpha_inbuilt_renderercpu module";
-constexpr const char* kBackupDescriptor =
-    "default render out frame buffer Backup : defined in zerpha_inbuilt_renderercpu module";
-constexpr const char* kDepthDescriptor =
-    "1st hit screen depth frame buffer OUT : defined in zerpha_inbuilt_renderercpu module";
-constexpr const char* kAntialiasingDescriptor =
-    "default custom frame buffer for antialiasing : defined in zerpha_inbuilt_renderercpu module";
 constexpr const char* kMeshDescriptor = "CPU Mesh Slicer By Orrik 2022.03.12";
 
 constexpr int kRenderOut = zrenums::EzrFrameBufferUsage_RenderOut;
@@ -94,8 +91,8 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
     // Frame buffers: the two render-out buffers, the smoothing scratch, and a
     // fresh depth buffer.
     const zrobjects::data_type colourType = zrobjects::MakeDataType<zrobjects::color4>();
-    if (!image.GetFrameBuffer(kRenderOut, 0)) image.InsertFrameBuffer(colourType, kRenderOut, kOutDescriptor);
-    if (!image.GetFrameBuffer(kRenderOut, 1)) image.InsertFrameBuffer(colourType, kRenderOut, kBackupDescriptor);
+    if (!image.GetFrameBuffer(kRenderOut, 0)) image.InsertFrameBuffer(colourType, kRenderOut, kRenderOutDescriptor);
+    if (!image.GetFrameBuffer(kRenderOut, 1)) image.InsertFrameBuffer(colourType, kRenderOut, kRenderBackupDescriptor);
     const SmoothingKernel* kernel = nullptr;
     if (antialiasing) {
         if (!image.GetFrameBuffer(kCustom, 0)) image.InsertFrameBuffer(colourType, kCustom, kAntialiasingDescriptor);
@@ -196,7 +193,7 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
             // The view plane in object space: the camera position and the
             // (unnormalised) cross product of the up and right directions taken
             // into the object.
-            const zrvolume::Matrix16 toObject = ToMatrixRecord(entry.worldToObject);
+            const zrcommon::Matrix16 toObject = ToMatrixRecord(entry.worldToObject);
             const glm::vec3 p = TransformPoint(toObject, position);
             const glm::vec3 pu = TransformPoint(toObject, position + up);
             const glm::vec3 pr = TransformPoint(toObject, position + right);

@@ -8,7 +8,7 @@
 // image's "_bool_SkipSrOnPlaneRenderer").
 #pragma once
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 
 namespace zrmesh {
 

@@ -5,7 +5,7 @@
 
 #include <omp.h>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 
 namespace zrmesh {
 
@@ -13,7 +13,7 @@ namespace {
 
 inline uint32_t LimitedByte(float sum) {
     const float limited = sum > 255.0f ? 255.0f : sum;
-    return static_cast<uint32_t>(static_cast<uint8_t>(zrvolume::TruncateToInt32(limited)));
+    return static_cast<uint32_t>(static_cast<uint8_t>(zrcommon::TruncateToInt32(limited)));
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <string>
 
+#include "common/param_reads.h"
 #include "mesh/sectional_mesh_renderer.h"
-#include "module/param_reads.h"
 #include "volume/sectional_volume_renderer.h"
 
 namespace zrmodule {
@@ -17,7 +17,7 @@ double& ModuleProgress() {
 bool DispatchRequest(zrobjects::ModuleRequest& request) {
     ModuleProgress() = 0.0;
     const std::string source =
-        ReadParam<std::string>(request.params, "_string_RenderingSourceType", "SECTIONAL_VOLUME");
+        zrcommon::ReadParam<std::string>(request.params, "_string_RenderingSourceType", "SECTIONAL_VOLUME");
 
     bool done = true;
     if (source == "SECTIONAL_VOLUME") {

@@ -1,7 +1,7 @@
 // Routes one request to the renderer its source type names.
 #pragma once
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 
 namespace zrmodule {
 

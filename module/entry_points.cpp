@@ -1,11 +1,13 @@
-#include "entry_points.h"
+// The plug-in's seven exported entry points.
+#define ZR_BUILDING_PLUGIN
+#include "host/plugin_interface.h"
 
 #include <cstdint>
 
+#include "common/param_reads.h"
 #include "host/host_services.h"
 #include "mesh/smoothing_kernel.h"
 #include "module/dispatch.h"
-#include "module/param_reads.h"
 #include "platform/morphology.h"
 
 namespace {
@@ -37,7 +39,7 @@ void DeInitModule() {
 double GetProgress() { return zrmodule::ModuleProgress(); }
 
 void InteropCustomWork(zrobjects::ModuleRequest* request) {
-    auto slot = zrmodule::ReadPointer<zrobjects::Delegate*>(request->params, "_outptr_delegate_EndBgThread");
+    auto slot = zrcommon::ReadPointer<zrobjects::Delegate*>(request->params, "_outptr_delegate_EndBgThread");
     if (slot) *slot = &EndBackgroundThread;
 }
 

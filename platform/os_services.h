@@ -27,10 +27,6 @@ private:
 // Bytes usable in a block returned by malloc (malloc_usable_size / _msize).
 size_t UsableBlockSize(void* block);
 
-// Registers the calling thread as one the fatal-failure stop may suspend.
-void RegisterWorkerThread();
-// Suspends every registered thread except the caller (best effort).
-void SuspendOtherThreads();
 // Shows a fatal message to the user (standard error; a message box on Windows).
 void ShowFatalMessage(const char* message);
 // Ends the process at once with the fatal-failure exit code.

@@ -2,8 +2,6 @@
 #include "os_services.h"
 
 #include <malloc.h>
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,7 +9,6 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
-#include <vector>
 
 namespace platform {
 
@@ -32,23 +29,6 @@ void CriticalSection::Enter() { reinterpret_cast<std::recursive_mutex*>(storage_
 void CriticalSection::Leave() { reinterpret_cast<std::recursive_mutex*>(storage_)->unlock(); }
 
 size_t UsableBlockSize(void* block) { return block ? malloc_usable_size(block) : 0; }
-
-namespace {
-std::mutex threadsMutex;
-std::vector<pthread_t>& Threads() {
-    static std::vector<pthread_t> threads;
-    return threads;
-}
-}  // namespace
-
-void RegisterWorkerThread() {
-    std::lock_guard lock(threadsMutex);
-    Threads().push_back(pthread_self());
-}
-
-// POSIX has no thread suspension; the process ends right after this, so the
-// other threads are simply left to be torn down with it.
-void SuspendOtherThreads() {}
 
 void ShowFatalMessage(const char* message) {
     std::fprintf(stderr, "%s\n", message);

@@ -3,12 +3,9 @@
 
 #include <windows.h>
 #include <malloc.h>
-#include <tlhelp32.h>
 
 #include <cstdio>
-#include <mutex>
 #include <new>
-#include <vector>
 
 namespace platform {
 
@@ -32,31 +29,6 @@ void CriticalSection::Enter() { EnterCriticalSection(reinterpret_cast<CRITICAL_S
 void CriticalSection::Leave() { LeaveCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(storage_)); }
 
 size_t UsableBlockSize(void* block) { return block ? _msize(block) : 0; }
-
-namespace {
-std::mutex threadsMutex;
-std::vector<DWORD>& Threads() {
-    static std::vector<DWORD> threads;
-    return threads;
-}
-}  // namespace
-
-void RegisterWorkerThread() {
-    std::lock_guard lock(threadsMutex);
-    Threads().push_back(GetCurrentThreadId());
-}
-
-void SuspendOtherThreads() {
-    const DWORD self = GetCurrentThreadId();
-    std::lock_guard lock(threadsMutex);
-    for (DWORD id : Threads()) {
-        if (id == self) continue;
-        if (HANDLE thread = OpenThread(THREAD_SUSPEND_RESUME, FALSE, id)) {
-            SuspendThread(thread);
-            CloseHandle(thread);
-        }
-    }
-}
 
 void ShowFatalMessage(const char* message) {
     std::fprintf(stderr, "%s\n", message);

@@ -4,15 +4,18 @@
 #include <cstring>
 #include <string>
 
-#include "module/param_reads.h"
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
+#include "common/param_reads.h"
 #include "volume/kernels/image_upscale.h"
 #include "volume/kernels/iso_contour.h"
 #include "volume/kernels/layer_merge.h"
 
 namespace zrvolume {
 
-using zrmodule::ReadParam;
+using zrcommon::Matrix16;
+using zrcommon::ReadParam;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TruncateToInt32;
 
 uint32_t ColourWord(const glm::dvec4& rgba) {
     uint32_t word = 0;
@@ -32,8 +35,7 @@ constexpr uint32_t kOpaqueMagenta = 0xffff00ffu;  // bytes 255, 0, 255, 255
 }  // namespace
 
 void DrawIsoBoundaries(zrobjects::ModuleRequest& request, const VolumeRenderSettings& settings,
-                       const RenderTargets& targets, const SectionGeometry& geometry,
-                       const std::vector<SelectedVolume>& volumes) {
+                       const std::vector<SelectedVolume>& volumes, const SlicePlane& plane, int bufferIndex) {
     if (!settings.drawIsoBoundary || settings.isNonlinear) return;
     auto& p = request.params;
     const int targetId = ReadParam<int>(p, "_int_TargetVolumeObjectID", 0);
@@ -62,8 +64,8 @@ void DrawIsoBoundaries(zrobjects::ModuleRequest& request, const VolumeRenderSett
     const Matrix16 planeToVoxel = ToMatrixRecord(target->worldToVoxel);
     const Matrix16 voxelToWorld = ToMatrixRecord(target->voxelToWorld);
     const auto draw = [&](int value, uint32_t colour, int list) {
-        DrawIsoContourLines(*target->volume, planeToVoxel, voxelToWorld, *settings.image, geometry.plane,
-                            targets.targetIndex, static_cast<uint16_t>(value), colour,
+        DrawIsoContourLines(*target->volume, planeToVoxel, voxelToWorld, *settings.image, plane, bufferIndex,
+                            static_cast<uint16_t>(value), colour,
                             settings.getBoundaryLines ? &lists[list] : nullptr);
     };
     if (HasAlpha(outer)) draw(density0, outer, 0);

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "volume/render_mode_dispatch.h"
 #include "volume/render_settings.h"
 #include "volume/render_targets.h"
@@ -18,9 +18,11 @@ namespace zrvolume {
 // Byte order of a colour word converted from four 0..1 doubles: red in byte 0.
 uint32_t ColourWord(const glm::dvec4& rgba);
 
+// The iso-boundary lines of the target volume over `plane` (the full-quality
+// plane: lines are always drawn at full resolution), drawn into the usage-1
+// buffer `bufferIndex` and, when asked, returned into the request.
 void DrawIsoBoundaries(zrobjects::ModuleRequest& request, const VolumeRenderSettings& settings,
-                       const RenderTargets& targets, const SectionGeometry& geometry,
-                       const std::vector<SelectedVolume>& volumes);
+                       const std::vector<SelectedVolume>& volumes, const SlicePlane& plane, int bufferIndex);
 
 void ComposeFinalImage(const zrobjects::ModuleRequest& request, const VolumeRenderSettings& settings,
                        const RenderTargets& targets, const SectionGeometry& geometry,

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "module/param_reads.h"
+#include "common/param_reads.h"
 #include "volume/kernels/curved_reformation.h"
 #include "volume/kernels/float_grey_slice.h"
 #include "volume/kernels/label_overlay.h"
@@ -15,8 +15,11 @@
 
 namespace zrvolume {
 
-using zrmodule::ReadList;
-using zrmodule::ReadParam;
+using zrcommon::Matrix16;
+using zrcommon::ReadList;
+using zrcommon::ReadParam;
+using zrcommon::SliceClipState;
+using zrcommon::ToMatrixRecord;
 
 namespace {
 
@@ -53,12 +56,12 @@ void DrawCurved(const VolumeDraw& d, int mode) {
     args.valueIndex = d.valueIndex;
     args.width = d.geometry.plane.width;
     args.height = d.geometry.plane.height;
-    if (s.curvePoints && s.curveUpVectors && s.curveTangents) {
+    std::copy(std::begin(d.geometry.plane.corners), std::end(d.geometry.plane.corners), args.planeCorners);
+    args.curveCount = s.CurveSampleCount();
+    if (args.curveCount > 0) {
         args.curvePoints = s.curvePoints->data();
         args.upVectors = s.curveUpVectors->data();
         args.tangents = s.curveTangents->data();
-        args.curveCount = static_cast<int>(
-            std::min({s.curvePoints->size(), s.curveUpVectors->size(), s.curveTangents->size()}));
     }
     args.worldToVoxel = d.planeToVoxel;
     args.planeWidth = s.exPlaneWidth;

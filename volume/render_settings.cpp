@@ -1,13 +1,13 @@
 #include "render_settings.h"
 
-#include "module/param_reads.h"
+#include "common/param_reads.h"
 
 namespace zrvolume {
 
-using zrmodule::ReadList;
-using zrmodule::ReadObjParam;
-using zrmodule::ReadParam;
-using zrmodule::ReadPointer;
+using zrcommon::ReadList;
+using zrcommon::ReadObjParam;
+using zrcommon::ReadParam;
+using zrcommon::ReadPointer;
 
 VolumeRenderSettings ReadVolumeRenderSettings(const zrobjects::ModuleRequest& request) {
     const auto& p = request.params;

@@ -2,12 +2,13 @@
 // the start of a request.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include <glm/glm.hpp>
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "host/zr_image.h"
 
 namespace zrvolume {
@@ -39,6 +40,11 @@ struct VolumeRenderSettings {
 
     // Half the curved plane's thickness: ratio x range x 0.5.
     float CurveHalfThickness() const { return thicknessRatio * curveThicknessPositionRange * 0.5f; }
+    // Curve samples: the shortest of the three lists, none when one is absent.
+    int CurveSampleCount() const {
+        if (!curvePoints || !curveUpVectors || !curveTangents) return 0;
+        return static_cast<int>(std::min({curvePoints->size(), curveUpVectors->size(), curveTangents->size()}));
+    }
 };
 
 // Reads the keys; a value of the wrong type throws std::bad_any_cast. The

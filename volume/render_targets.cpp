@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "module/frame_buffer_descriptors.h"
+#include "common/frame_buffer_descriptors.h"
 
 namespace zrvolume {
 
@@ -29,12 +29,12 @@ RenderTargets PrepareRenderTargets(const VolumeRenderSettings& settings, zrobjec
 
     const auto colour = zrobjects::MakeDataType<zrobjects::color4>();
     const auto sample = zrobjects::MakeDataType<uint16_t>();
-    EnsureBuffer(image, 1, 0, colour, zrmodule::kRenderOutDescriptor);
-    EnsureBuffer(image, 1, 1, colour, zrmodule::kRenderBackupDescriptor);
-    if (targets.blending) EnsureBuffer(image, 1, 2, colour, zrmodule::kRenderBackupDescriptor);
+    EnsureBuffer(image, 1, 0, colour, zrcommon::kRenderOutDescriptor);
+    EnsureBuffer(image, 1, 1, colour, zrcommon::kRenderBackupDescriptor);
+    if (targets.blending) EnsureBuffer(image, 1, 2, colour, zrcommon::kRenderBackupDescriptor);
     if (settings.storeSampleValues) {
-        EnsureBuffer(image, 3, 0, sample, zrmodule::kSampleOutDescriptor);
-        if (settings.fastQualityMode) EnsureBuffer(image, 3, 1, sample, zrmodule::kSampleBackDescriptor);
+        EnsureBuffer(image, 3, 0, sample, zrcommon::kSampleOutDescriptor);
+        if (settings.fastQualityMode) EnsureBuffer(image, 3, 1, sample, zrcommon::kSampleBackDescriptor);
     }
 
     const size_t pixels = static_cast<size_t>(targets.width) * targets.height;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "common/curved_view.h"
 #include "host/zr_camera.h"
 
 namespace zrvolume {
@@ -15,11 +16,9 @@ glm::vec3 ScreenToWorldPoint(const glm::dmat4& screenToWorld, double x, double y
     return glm::vec3(glm::dvec3(p) / p.w);
 }
 
-// Inclusive pixel rectangle covered by the volumes' boxes on screen, clipped to
-// the image; false when it is empty.
-bool VolumeScreenRect(const SectionGeometry& geometry, const std::vector<SelectedVolume>& volumes, int width,
-                      int height, glm::ivec2& lo, glm::ivec2& hi) {
-    glm::dvec2 minimum(std::numeric_limits<double>::max()), maximum(-std::numeric_limits<double>::max());
+// Screen extent covered by the volumes' boxes on the flat camera plane.
+void VolumeBoxExtent(const SectionGeometry& geometry, const std::vector<SelectedVolume>& volumes,
+                     glm::dvec2& minimum, glm::dvec2& maximum) {
     for (const SelectedVolume& s : volumes) {
         zrobjects::AaBbMinMax box;
         s.volume->GetOrthoBoundingBox(box);
@@ -34,7 +33,42 @@ bool VolumeScreenRect(const SectionGeometry& geometry, const std::vector<Selecte
             maximum = glm::max(maximum, screen);
         }
     }
-    if (volumes.empty() || !(minimum.x <= maximum.x) || !(minimum.y <= maximum.y)) return false;
+}
+
+// Screen extent of a curved view's own columns and rows: the columns whose
+// curve position lies on the centre line (0 .. N - 1) and the rows whose
+// lateral coordinate lies within the plane height. The image plane is a
+// rectangle, so the first column's lateral range holds for every column.
+void CurvedViewExtent(const SectionGeometry& geometry, const VolumeRenderSettings& settings, int width,
+                      int height, glm::dvec2& minimum, glm::dvec2& maximum) {
+    const int samples = settings.CurveSampleCount();
+    const zrcommon::CurvedView view = zrcommon::MapCurvedView(geometry.view.corners, settings.exPlaneWidth,
+                                                              settings.exPlaneHeight, samples);
+    const double columnsPerSample =
+        (width - 1) / (double(view.lastColumnPosition) - double(view.firstColumnPosition));
+    const double rowsPerMillimetre =
+        (height - 1) / (double(view.firstColumnBottom) - double(view.firstColumnTop));
+    const glm::dvec2 first((0.0 - view.firstColumnPosition) * columnsPerSample,
+                           (0.0 - view.firstColumnTop) * rowsPerMillimetre);
+    const glm::dvec2 last((samples - 1.0 - view.firstColumnPosition) * columnsPerSample,
+                          (settings.exPlaneHeight - double(view.firstColumnTop)) * rowsPerMillimetre);
+    minimum = glm::min(first, last);
+    maximum = glm::max(first, last);
+}
+
+// Inclusive pixel rectangle that the kernels can draw, clipped to the image:
+// the volumes' boxes on a flat plane, the curved view's columns and rows on a
+// curved one. False when it is empty.
+bool DrawnRectangle(const SectionGeometry& geometry, const VolumeRenderSettings& settings,
+                    const std::vector<SelectedVolume>& volumes, int width, int height, glm::ivec2& lo,
+                    glm::ivec2& hi) {
+    glm::dvec2 minimum(std::numeric_limits<double>::max()), maximum(-std::numeric_limits<double>::max());
+    if (volumes.empty()) return false;
+    if (settings.isNonlinear)
+        CurvedViewExtent(geometry, settings, width, height, minimum, maximum);
+    else
+        VolumeBoxExtent(geometry, volumes, minimum, maximum);
+    if (!(minimum.x <= maximum.x) || !(minimum.y <= maximum.y)) return false;
     const auto clampTo = [](double v, int last) {
         return static_cast<int>(std::clamp(v, -1.0, static_cast<double>(last) + 1.0));
     };
@@ -49,7 +83,7 @@ bool VolumeScreenRect(const SectionGeometry& geometry, const std::vector<Selecte
 bool LayOutFastMode(SectionGeometry& geometry, const VolumeRenderSettings& settings,
                     const std::vector<SelectedVolume>& volumes, int width, int height) {
     glm::ivec2 lo, hi;
-    if (!VolumeScreenRect(geometry, volumes, width, height, lo, hi)) return false;
+    if (!DrawnRectangle(geometry, settings, volumes, width, height, lo, hi)) return false;
     const int rectWidth = hi.x - lo.x + 1, rectHeight = hi.y - lo.y + 1;
     const int longest = std::max(rectWidth, rectHeight);
     const int limit = std::max(2, settings.lengthFastModeMax);
@@ -67,7 +101,6 @@ bool LayOutFastMode(SectionGeometry& geometry, const VolumeRenderSettings& setti
     SlicePlane& plane = geometry.plane;
     plane.width = reducedWidth;
     plane.height = reducedHeight;
-    plane.pixelScale = glm::vec2(float(stepX), float(stepY));
     const double lastX = lo.x + stepX * (reducedWidth - 1), lastY = lo.y + stepY * (reducedHeight - 1);
     plane.corners[0] = ScreenToWorldPoint(geometry.screenToWorld, lo.x, lo.y);
     plane.corners[1] = ScreenToWorldPoint(geometry.screenToWorld, lastX, lo.y);
@@ -100,10 +133,10 @@ SectionGeometry BuildSectionGeometry(const VolumeRenderSettings& settings, zrobj
     plane.screenToWorld = glm::mat4(geometry.screenToWorld);
     plane.width = width;
     plane.height = height;
-    plane.pixelScale = glm::vec2(1.0f);
     camera.GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, plane.corners[0], plane.corners[1],
                                     plane.corners[2], plane.corners[3]);
 
+    geometry.view = plane;
     // Fast mode leaves the full-quality plane as it is when it would not pay.
     if (settings.fastQualityMode) LayOutFastMode(geometry, settings, volumes, width, height);
     return geometry;

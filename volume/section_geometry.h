@@ -8,14 +8,15 @@
 #include <glm/glm.hpp>
 
 #include "host/zr_image.h"
+#include "volume/kernels/slice_plane.h"
 #include "volume/render_settings.h"
-#include "volume/slice_plane.h"
 #include "volume/volume_selection.h"
 
 namespace zrvolume {
 
-// Fast quality mode draws the screen rectangle covered by the volumes at a
-// reduced size into the leading rows and columns of the target buffer, and
+// Fast quality mode draws the screen rectangle the kernels can draw into (the
+// one covered by the volumes' boxes, or on a curved view the rectangle of its
+// own columns and rows) at a reduced size into the leading rows and columns of the target buffer, and
 // enlarges it bilinearly into the final buffer. Reduced pixel (i, j) lies
 // exactly on full pixel (x0 + i * stepX, y0 + j * stepY), so the enlarged image
 // lines up with the full-quality one. One reduced column and row past the
@@ -29,7 +30,8 @@ struct FastModeLayout {
 struct SectionGeometry {
     glm::dmat4 worldToScreen{1.0};
     glm::dmat4 screenToWorld{1.0};
-    SlicePlane plane;  // the plane the kernels draw: full or reduced
+    SlicePlane view;   // the full-quality plane: every pixel of the image
+    SlicePlane plane;  // the plane the kernels draw: the view, or the reduced one
     bool reduced = false;
     FastModeLayout fast;
 };

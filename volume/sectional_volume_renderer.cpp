@@ -16,8 +16,11 @@ bool RenderSectionalVolume(zrobjects::ModuleRequest& request) {
     const SectionGeometry geometry =
         BuildSectionGeometry(settings, *settings.image, targets.width, targets.height, volumes);
     const DispatchOutcome outcome = DrawSelectedVolumes(settings, targets, geometry, volumes);
-    DrawIsoBoundaries(request, settings, targets, geometry, volumes);
+    // Iso lines are drawn at full resolution: into the target before it is
+    // composed, or in fast mode into the enlarged picture.
+    if (!geometry.reduced) DrawIsoBoundaries(request, settings, volumes, geometry.view, targets.targetIndex);
     ComposeFinalImage(request, settings, targets, geometry, outcome);
+    if (geometry.reduced) DrawIsoBoundaries(request, settings, volumes, geometry.view, 0);
     return true;
 }
 

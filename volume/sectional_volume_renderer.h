@@ -2,7 +2,7 @@
 // buffers of the target image.
 #pragma once
 
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 
 namespace zrvolume {
 

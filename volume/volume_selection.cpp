@@ -2,12 +2,14 @@
 
 #include <cstdio>
 
-#include "module/param_reads.h"
+#include "common/param_reads.h"
 
 namespace zrvolume {
 
-using zrmodule::ReadObjParam;
-using zrmodule::ReadParam;
+using zrcommon::ReadObjParam;
+using zrcommon::ReadParam;
+using zrcommon::SliceClipState;
+using zrcommon::ToMatrixRecord;
 
 std::vector<SelectedVolume> SelectVolumes(const zrobjects::ModuleRequest& request) {
     std::vector<SelectedVolume> selected;

@@ -5,9 +5,9 @@
 
 #include <glm/glm.hpp>
 
-#include "host/module_request.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
+#include "host/plugin_interface.h"
 
 namespace zrvolume {
 
@@ -24,6 +24,6 @@ std::vector<SelectedVolume> SelectVolumes(const zrobjects::ModuleRequest& reques
 
 // The entry's clip plane and box carried into the volume's voxel space; both
 // off when the volume's own "_bool_ClipFree" is set.
-SliceClipState BuildClipState(const SelectedVolume& selected);
+zrcommon::SliceClipState BuildClipState(const SelectedVolume& selected);
 
 }  // namespace zrvolume

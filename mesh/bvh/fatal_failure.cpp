@@ -41,7 +41,6 @@ void Fail(const char* format, ...) {
 
     std::printf("\n%s\n", message);
     std::fflush(stdout);
-    platform::SuspendOtherThreads();
     platform::ShowFatalMessage(message);
     platform::EndProcess();
 }

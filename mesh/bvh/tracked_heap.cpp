@@ -9,7 +9,6 @@ namespace zrbvh {
 
 namespace {
 uint64_t bytesInUse = 0;
-bool multiThreaded = true;
 
 platform::CriticalSection& Section() {
     static platform::CriticalSection section;
@@ -18,11 +17,11 @@ platform::CriticalSection& Section() {
 }  // namespace
 
 void EnterGuard() {
-    if (multiThreaded) Section().Enter();
+    Section().Enter();
 }
 
 void LeaveGuard() {
-    if (multiThreaded) Section().Leave();
+    Section().Leave();
 }
 
 void* Allocate(size_t bytes) {
@@ -45,8 +44,5 @@ uint64_t HeapBytesInUse() {
     Guarded([&] { bytes = bytesInUse; });
     return bytes;
 }
-
-void SetMultiThreaded(bool on) { multiThreaded = on; }
-bool IsMultiThreaded() { return multiThreaded; }
 
 }  // namespace zrbvh

@@ -1,5 +1,5 @@
 // The module's heap: malloc and free with a byte counter of the blocks in use
-// (their usable sizes), guarded by one critical section in multi-threaded mode.
+// (their usable sizes), guarded by the module's one critical section.
 // An exhausted heap ends the process through the fatal-failure routine.
 #pragma once
 
@@ -14,13 +14,9 @@ void Free(void* block);
 // Bytes currently allocated through Allocate and not yet freed.
 uint64_t HeapBytesInUse();
 
-// Multi-threaded mode (on by default) takes the critical section around the
-// counter and the failure flag.
-void SetMultiThreaded(bool on);
-bool IsMultiThreaded();
-
-// Runs `body` inside the module's one critical section when multi-threaded
-// mode is on.
+// Runs `body` inside the module's one critical section, which guards the
+// counter and the failure flag. The module's heap is always shared by threads,
+// so there is no single-threaded mode that skips it.
 template <class Body>
 void Guarded(Body&& body);
 

@@ -16,7 +16,7 @@
 namespace {
 
 constexpr int kW = 33, kH = 21, kSamples = 17;
-constexpr float kPlaneHeight = 10.0f;
+constexpr float kPlaneWidth = 16.0f, kPlaneHeight = 10.0f;
 
 // A straight centre line along world x (one sample per millimetre from 0 to
 // 16), up = +z: the section surface is the plane y = 0 moved along y by the
@@ -37,7 +37,7 @@ struct CurvedScene : meshtest::Scene {
         request.params["_vlist_FLOAT3_CurveUpVectors"] = ups;
         request.params["_vlist_FLOAT3_CurveTangentVectors"] = tangents;
         request.params["_float_ExPlaneHeight"] = kPlaneHeight;
-        request.params["_float_ExPlaneWidth"] = 16.0f;
+        request.params["_float_ExPlaneWidth"] = kPlaneWidth;
         request.params["_float_CurveThicknessPositionRange"] = 2.0f * halfThickness;
         request.params["_float_ThicknessRatio"] = 1.0f;
         request.params["_bool_IsRightSide"] = rightSide;
@@ -53,7 +53,10 @@ struct CurvedScene : meshtest::Scene {
         args.curvePoints = points.data();
         args.upVectors = ups.data();
         args.tangents = tangents.data();
+        args.planeWidth = kPlaneWidth;
         args.planeHeight = kPlaneHeight;
+        glm::vec3* c = args.planeCorners;
+        image->GetCameraObject()->GetImagePlaneRectPointsf(zrenums::EzrCoordSpace_World, c[0], c[1], c[2], c[3]);
         const zrvolume::CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(args);
         const float column = (u - g.firstColumnPosition) / (g.lastColumnPosition - g.firstColumnPosition) * (kW - 1);
         const float s = lateral * g.lateralScale + g.lateralCentre;
@@ -183,7 +186,7 @@ TEST(CurvedSurfaceCut, PieceTransformsMapTheirCornersOntoTheirColumnsAndRows) {
         ups.emplace_back(0.3f * -std::sin(a), 0.3f * std::cos(a), 1.0f);
     }
     zrmesh::CurvedSurface surface = zrmesh::BuildCurvedSurface(points.data(), ups.data(), tangents.data(), kSamples,
-                                                               16.0f, kPlaneHeight, 0.0f, false, *image);
+                                                               kPlaneWidth, kPlaneHeight, 0.0f, false, *image);
     ASSERT_EQ(surface.count, kSamples - 1);
     for (int p = 0; p < surface.count; ++p) {
         const zrmesh::CurvedPiece& piece = surface.pieces[p];

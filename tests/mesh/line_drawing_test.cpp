@@ -4,12 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cmath>
 #include <glm/gtc/matrix_transform.hpp>
 #include <set>
 #include <utility>
 #include <vector>
 
-#include "volume/kernels/matrix_record.h"
+#include "common/matrix_record.h"
 
 namespace {
 
@@ -32,7 +34,7 @@ MeshClipState PlaneClip(glm::vec3 point, glm::vec3 normal) {
 MeshClipState BoxClip(const glm::mat4& screenToBox) {
     MeshClipState clip;
     clip.clipBox = true;
-    clip.boxMatrix = zrvolume::ToMatrixRecord(screenToBox);
+    clip.boxMatrix = zrcommon::ToMatrixRecord(screenToBox);
     return clip;
 }
 
@@ -82,6 +84,28 @@ TEST(LineDrawing, PixelsOutsideTheImageAreSkippedNotWrapped) {
     EXPECT_EQ(painted.size(), 10u);
     for (const auto& p : painted) EXPECT_EQ(p.second, 3);
     EXPECT_EQ(canvas.Painted(0).size(), 90u);
+}
+
+TEST(LineDrawing, FarEndsCostNoMoreThanTheImageAndNonFiniteEndsDrawNothing) {
+    // Ends a billion pixels away would take a billion steps each; the line is
+    // cut to the image first, and still runs towards its far end.
+    const auto started = std::chrono::steady_clock::now();
+    for (float far : {1e9f, 3e9f, -2e9f}) {
+        Canvas canvas(40, 30);
+        canvas.Draw({10.0f, 10.0f, 0.0f}, {10.0f + far, 10.0f + 0.5f * far, 0.0f});
+        std::set<int> columns;
+        for (const auto& [x, y] : canvas.Painted(kCentre)) {
+            EXPECT_LE(std::abs(10.0f + 0.5f * (x - 10) - y), 1.0f) << far;
+            columns.insert(x);
+        }
+        EXPECT_EQ(columns.size(), far > 0 ? 30u : 11u) << far;  // every column to the image's edge
+    }
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(), 1.0);
+    for (glm::vec3 end : {glm::vec3(NAN, 3, 0), glm::vec3(3, INFINITY, 0)}) {
+        Canvas canvas(10, 10);
+        canvas.Draw({5.0f, 5.0f, 0.0f}, end);
+        EXPECT_EQ(canvas.Painted(0).size(), 100u);
+    }
 }
 
 TEST(LineWidening, ThicknessThreeOnRowZeroClampsTheNegativeOffset) {

@@ -11,7 +11,7 @@
 
 #include "host/image_builder.h"
 #include "host/mesh_builder.h"
-#include "host/module_request.h"
+#include "host/plugin_interface.h"
 #include "host/zr_image.h"
 
 namespace meshtest {

@@ -11,9 +11,9 @@
 #include <map>
 #include <vector>
 
+#include "common/matrix_record.h"
 #include "host/mesh_builder.h"
 #include "mesh/bvh/bvh_node.h"
-#include "volume/kernels/matrix_record.h"
 
 // GoogleTest's built-in regular expressions (Windows) know \d but not brackets.
 #if defined(GTEST_USES_SIMPLE_RE)
@@ -24,9 +24,9 @@
 
 namespace {
 
+using zrcommon::Matrix16;
+using zrcommon::ToMatrixRecord;
 using zrmesh::CutTriangle;
-using zrvolume::Matrix16;
-using zrvolume::ToMatrixRecord;
 
 const Matrix16 kIdentity = ToMatrixRecord(glm::mat4(1.0f));
 const glm::vec3 kZ(0.0f, 0.0f, 1.0f);

@@ -152,6 +152,36 @@ TEST(MeshDriver, ObjectPlacementMovesTheLine) {
     EXPECT_EQ(scene.Pixel(0, Column(0.0f), 24), 0u);
 }
 
+TEST(MeshDriver, ATriangleWithinRoundingOfAnObliquePlaneDrawsNothing) {
+    // The first triangle lies within 1e-6 mm of the view plane: the plane
+    // crosses one of its edges where the edge's own run along the normal rounds
+    // to 0, so the crossing is -s / 0. The wall beside it is an ordinary cut.
+    zrobjects::SectionView view;
+    view.centre = {3.0, -2.0, 7.0};
+    view.viewDirection = glm::normalize(glm::dvec3(0.35, 0.45, 0.82));
+    view.pixelSpacing = glm::dvec2(0.5);
+    view.size = {32, 32};
+    zrobjects::MeshArrays wall;
+    wall.positions = {5, -6, 2, 5, 2, 2, 5, 2, 12, 5, -6, 12};
+    wall.indices = {0, 1, 2, 0, 2, 3};
+    zrobjects::MeshArrays both = wall;
+    both.positions.insert(both.positions.begin(), {0.67094332f, -7.34163857f, 10.9254961f, 3.71831942f,
+                                                    -6.98909426f, 9.43131828f, 3.83582187f, -4.78286791f,
+                                                    8.17043018f});
+    both.indices = {0, 1, 2, 3, 4, 5, 3, 5, 6};
+    std::vector<uint32_t> pictures[2];
+    for (int k = 0; k < 2; ++k) {
+        Scene scene;
+        scene.image = zrobjects::MakeSectionImage(view);
+        scene.request.params["_ZrIObject*_RenderOut"] = scene.image.get();
+        scene.Add(k == 0 ? wall : both);
+        ASSERT_TRUE(zrmodule::DispatchRequest(scene.request));
+        pictures[k].assign(scene.Buffer(1, 0), scene.Buffer(1, 0) + 32 * 32);
+    }
+    EXPECT_GT(meshtest::CountSet(pictures[0].data(), 32 * 32), 5);
+    EXPECT_EQ(pictures[1], pictures[0]);
+}
+
 // ---- Cross lines ----
 
 TEST(MeshCrossLines, ListsGoToTheImageAndNothingIsDrawn) {

@@ -175,7 +175,7 @@ TEST(ZrsliceDemo, GalleryIsCompleteAndReplayable) {
         ASSERT_EQ(Zrslice("-q render " + Quoted(entry.path().string()) + " -o " + Quoted(dir / "replay.png"), dir).exitCode, 0);
         EXPECT_EQ(ReadPngRgba(dir / "replay.png").pixels, ReadPngRgba(dir / ("gallery/" + stem + ".png")).pixels) << stem;
     }
-    EXPECT_EQ(pictures, 15);
+    EXPECT_EQ(pictures, 17);
 }
 
 }  // namespace

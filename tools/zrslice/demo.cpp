@@ -95,6 +95,48 @@ json CurveLists(const zrobjects::CentreLine& line) {
             {"_vlist_FLOAT3_CurveTangentVectors", tangents}};
 }
 
+// A curved reformation along the built-in arch (its length as the plane width,
+// 160 mm high) on a size x size / 2 image. The whole curve, or in fast quality
+// mode its lower left quarter, panned and zoomed, with the head surface's
+// cut line drawn over it by the mesh renderer.
+json CurvedArch(const std::string& description, int size, bool fastWithMesh) {
+    const zrobjects::CentreLine line = zrobjects::MakeArchCentreLine(64, 0.0);
+    double length = 0.0;
+    for (size_t k = 1; k < line.points.size(); ++k) length += glm::length(line.points[k] - line.points[k - 1]);
+    json curve = {{"_bool_IsNonlinear", true},
+                  {"_float_ExPlaneWidth", length},
+                  {"_float_ExPlaneHeight", 160.0},
+                  {"_float_CurveThicknessPositionRange", 1.0},
+                  {"_float_ThicknessRatio", 0.0}};
+    curve.update(CurveLists(line));
+    json request = VolumeRequest(curve);
+    json camera = {{"position", {0.0, 0.0, 0.0}},
+                   {"viewDirection", {0.0, 0.0, 1.0}},
+                   {"up", {0.0, -1.0, 0.0}},
+                   {"viewExtent", {length, 160.0}}};
+    json objects = {{"head", Head()}, {"window", Preset("softTissue")}};
+    json scene = json::array({VolumeEntry("head", {{"WINDOWING", "window"}})});
+    json requests = json::array();
+    if (fastWithMesh) {
+        camera["position"] = {-0.25 * length, 40.0, 0.0};  // the lower left quarter
+        camera["viewExtent"] = {0.5 * length, 80.0};
+        request.update({{"_bool_IsFastQualityMode", true},
+                        {"_int_LengthFastModeMax", size / 4},
+                        {"_bool_IsFinalRenderer", false}});
+        objects["skin"] = {{"type", "mesh"}, {"builtin", "headSurface"}, {"segments", 96}};
+        scene.push_back(MeshEntry("skin", {1.0, 0.9, 0.1}));
+        json mesh = {{"_string_RenderingSourceType", "SECTIONAL_MESH"}, {"_bool_IsFirstRenderer", false},
+                     {"_bool_IsFinalRenderer", true}, {"_bool_IsRGBA", true}, {"_int_LineThickness", 2}};
+        mesh.update(curve);
+        requests.push_back(std::move(request));
+        requests.push_back(std::move(mesh));
+    } else {
+        requests.push_back(std::move(request));
+    }
+    json image = {{"size", {size, size / 2}}, {"camera", std::move(camera)}};
+    return Document(description, std::move(image), std::move(objects), std::move(scene), std::move(requests));
+}
+
 // ---- contact-sheet captions: a 3 x 5 pixel font ----
 
 const char* Glyph(char c) {
@@ -201,27 +243,9 @@ std::vector<DemoItem> DemoItems(int size) {
             json::array({VolumeRequest({{"_int_VolumeRayCastType", 1}, {"_float_PlaneThickness", 120.0}})}));
         add("06-shaded-slab", std::move(doc));
     }
-    {
-        const zrobjects::CentreLine line = zrobjects::MakeArchCentreLine(64, 0.0);
-        double length = 0.0;
-        for (size_t k = 1; k < line.points.size(); ++k) length += glm::length(line.points[k] - line.points[k - 1]);
-        json request = VolumeRequest({{"_bool_IsNonlinear", true},
-                                      {"_float_ExPlaneWidth", length},
-                                      {"_float_ExPlaneHeight", 160.0},
-                                      {"_float_CurveThicknessPositionRange", 1.0},
-                                      {"_float_ThicknessRatio", 0.0}});
-        request.update(CurveLists(line));
-        json image = {{"size", {size, size / 2}},
-                      {"camera", {{"position", {0.0, 0.0, 0.0}},
-                                  {"viewDirection", {0.0, 0.0, 1.0}},
-                                  {"up", {0.0, -1.0, 0.0}},
-                                  {"viewExtent", {length, 160.0}}}}};
-        add("07-curved", Document("Curved reformation along a built-in arch-shaped centre line through the face and "
-                                  "both sides of the head, unrolled.",
-                                  std::move(image), {{"head", Head()}, {"window", Preset("softTissue")}},
-                                  json::array({VolumeEntry("head", {{"WINDOWING", "window"}})}),
-                                  json::array({std::move(request)})));
-    }
+    add("07-curved", CurvedArch("Curved reformation along a built-in arch-shaped centre line through the face "
+                                "and both sides of the head, unrolled.",
+                                size, false));
     add("08-mask-tables",
         Document("Mask-selected tables: the label volume picks one table per tissue (scalp, skull, brain, "
                  "ventricles, lesion tinted over the grey window).",
@@ -305,6 +329,24 @@ std::vector<DemoItem> DemoItems(int size) {
                                   "and scaled up.",
                                   size, Axial(20.0), "softTissue",
                                   {{"_bool_IsFastQualityMode", true}, {"_int_LengthFastModeMax", 64}}));
+    add("16-fast-curved", CurvedArch("Fast quality curved reformation, panned and zoomed onto the lower left quarter "
+                                     "of the arch (reduced to a quarter of its size), with the head surface's cut line (yellow) "
+                                     "drawn over it by the mesh renderer.",
+                                     size, true));
+    {
+        json doc = HeadSlice("Fast quality mode with iso-lines: the slice is reduced to a quarter of its size and "
+                             "scaled up, the lines (1044 cyan, 1094 red) are drawn at full resolution.",
+                             size, Axial(20.0), "softTissue",
+                             {{"_bool_IsFastQualityMode", true},
+                              {"_int_LengthFastModeMax", size / 4},
+                              {"_bool_DrawIsoBoundary", true},
+                              {"_int_Density1", 1044},
+                              {"_double4_ColorInner", {0.0, 1.0, 1.0, 1.0}},
+                              {"_int_IsoValueBoundary", 1094},
+                              {"_double4_ColorIso", {1.0, 0.0, 0.0, 1.0}}});
+        doc["requests"][0]["targetVolume"] = "head";
+        add("17-fast-iso-lines", std::move(doc));
+    }
     return items;
 }
 

@@ -1,28 +1,30 @@
 #include "curved_reformation.h"
 
-#include <cmath>
 #include <cstdint>
 #include <vector>
 
-#include "volume/kernels/float_convert.h"
+#include "common/curved_view.h"
+#include "common/float_convert.h"
+#include "common/unit_vector.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_layers.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
 
+using zrcommon::Clipped;
+using zrcommon::kZeroLength;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
+using zrcommon::UnitOrZero;
+
 namespace {
-
-constexpr float kZeroLength = 2.220446e-16f;
-
-// v / |v| when |v| exceeds the zero length, else the zero vector.
-glm::vec3 UnitOrZero(const glm::vec3& v) {
-    const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-    return length > kZeroLength ? v / length : glm::vec3(0.0f);
-}
 
 // The linear part of a matrix record applied to a direction.
 glm::vec3 TransformDirection(const Matrix16& r, const glm::vec3& d) {
@@ -43,36 +45,24 @@ CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& arg
     CurvedSectionGeometry g;
     const int n = CurveSamples(args);
 
-    // Column W - 1 must land on the last sample, but a column at u = N - 1
-    // exactly is left untouched; the largest float below N - 1 interpolates the
-    // last two samples with weight 1 - 2^-24 (or less) on the last one.
-    g.firstColumnPosition = 0.0f;
-    g.lastColumnPosition = n >= 2 ? std::nextafter(static_cast<float>(n - 1), 0.0f) : 0.0f;
-
-    // Lateral coordinate in millimetres from the bottom row (0) to the top row
-    // (E); the centre line sits at E / 2 and the top row on the +up side.
-    // The top row's coordinate (1 - t) E + t E can round a few units in the last
-    // place above E; the extent allows for that so that no column loses its top
-    // row. No other row comes near it.
-    g.lateralExtent = args.planeHeight * (1.0f + 0x1p-20f);
+    const zrcommon::CurvedView view =
+        zrcommon::MapCurvedView(args.planeCorners, args.planeWidth, args.planeHeight, n);
+    g.firstColumnPosition = view.firstColumnPosition;
+    g.lastColumnPosition = view.lastColumnPosition;
+    g.firstColumnTop = view.firstColumnTop;
+    g.lastColumnTop = view.lastColumnTop;
+    g.firstColumnBottom = view.firstColumnBottom;
+    g.lastColumnBottom = view.lastColumnBottom;
+    g.lateralExtent = args.planeHeight;
     g.lateralCentre = 0.5f * args.planeHeight;
-    g.firstColumnTop = g.lastColumnTop = args.planeHeight;
-    g.firstColumnBottom = g.lastColumnBottom = 0.0f;
     g.lateralScale = 1.0f;
     g.depthScale = args.halfThickness;
 
-    // The same layers as a planar slab: round(T / step) layers, step apart,
-    // centred on the surface, so the first one sits K * step / 2 in front of it.
-    int layers = 1;
-    float step = 0.0f;
-    if (std::isfinite(args.layerStep) && args.layerStep > 0.0f) {
-        step = args.layerStep;
-        const double count = std::floor(static_cast<double>(args.thickness) / step + 0.5);
-        if (count > 1.0) layers = count < 1e9 ? static_cast<int>(count) : 1000000000;
-    }
-    g.lastLayer = layers - 1;
-    g.layerStep = step;
-    g.slabSpan = static_cast<float>(g.lastLayer) * step;
+    // The planar slab's layers, the first one T / 2 in front of the surface.
+    const SlabLayers layers = LayersOfSlab(args.thickness, args.layerStep);
+    g.lastLayer = layers.count - 1;
+    g.layerStep = layers.step;
+    g.slabSpan = args.thickness;
 
     // Light for the compositing member: the viewing direction, or the depth axis
     // of the middle sample when none is given.

@@ -1,13 +1,14 @@
 // Curved planar reformation: a volume unrolled along a centre line.
 //
-// Image column i is a position along the centre line: column 0 sits on the first
-// curve sample, column W - 1 on the last one (a hair before it, see below), and
-// the columns in between are evenly spaced in curve-sample units (so they follow
-// the sample spacing, not the arc length). Image rows are lateral offsets along
-// the column's unit up vector, spanning `planeHeight` millimetres centred on the
-// curve, the top row on the +up side. The depth axis Wd = up x tangent
-// (normalised, negated by `rightSide`) carries the section surface's depth
-// offset and the slab layers.
+// Image column i is a position along the centre line and image row j a lateral
+// offset along the column's unit up vector, the top rows on the +up side. Where
+// the columns and rows fall follows the camera: the unrolled curve is a
+// `planeWidth` x `planeHeight` millimetre rectangle laid on the image plane
+// (common/curved_view.h), so a curved view pans and zooms like a flat one.
+// Columns are evenly spaced in curve-sample units (they follow the sample
+// spacing, not the arc length). The depth axis Wd = up x tangent (normalised,
+// negated by `rightSide`) carries the section surface's depth offset and the
+// slab layers.
 //
 // Per pixel one of five reductions runs, picked by the projection code and the
 // thickness: a single trilinear sample on the surface (codes 0/1 with thickness
@@ -36,10 +37,10 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
 
 namespace zrvolume {
 
@@ -64,6 +65,9 @@ struct CurvedReformationArgs {
     int valueIndex = -1;
     int width = 0;
     int height = 0;
+    // The image-plane corners in world millimetres (first and last pixel of the
+    // first row, then of the last row): the plane geometry's corners.
+    glm::vec3 planeCorners[4] = {};
 
     // Centre line in world millimetres: `curveCount` samples of points, up
     // vectors (towards the top of the image; need not be unit length) and
@@ -81,13 +85,13 @@ struct CurvedReformationArgs {
     // (i, j, k)), applied with a perspective divide: the volume's
     // reference-to-object matrix times the scene entry's inverse world matrix,
     // as a record built with ToMatrixRecord.
-    Matrix16 worldToVoxel;
+    zrcommon::Matrix16 worldToVoxel;
 
-    // "_float_ExPlaneWidth": accepted for completeness; the columns always span
-    // the whole centre line, so it does not change the picture.
+    // "_float_ExPlaneWidth": the length in millimetres that the centre line
+    // takes on the image plane, from its first sample to its last.
     float planeWidth = 1.0f;
-    // "_float_ExPlaneHeight": millimetres between the centres of the top and the
-    // bottom row.
+    // "_float_ExPlaneHeight": the lateral extent in millimetres, centred on the
+    // curve; rows beyond it are left untouched.
     float planeHeight = 1.0f;
     // Depth offset of the section surface from the centre line, in millimetres
     // along Wd (signed). The renderer passes its half thickness
@@ -101,14 +105,16 @@ struct CurvedReformationArgs {
     // Projection code: 0 or 1 (single plane / shaded compositing), 10 maximum, 11
     // minimum, 12 average; anything else returns false.
     int projectionCode = 0;
-    // Slab thickness T in millimetres along Wd, centred on the surface. Codes
-    // 0/1: exactly 0 draws the single plane, > 0 composites, < 0 returns false.
+    // Slab thickness T in millimetres along Wd, from T / 2 in front of the
+    // surface. Codes 0/1: exactly 0 draws the single plane, > 0 composites, < 0
+    // returns false.
     float thickness = 0.0f;
     // Spacing of the slab layers in millimetres (the renderer passes the
     // volume's smallest voxel pitch). The slab has max(1, round(T / layerStep))
-    // layers, `layerStep` apart and centred on the surface (T = 20, step 0.4:
-    // 50 layers at -9.8 ... +9.8 mm), the same layers as a planar slab of the
-    // same thickness. A non-positive or non-finite step gives one layer.
+    // layers (as many as a planar slab of the same thickness), `layerStep`
+    // apart, the first T / 2 in front of the surface (T = 20, step 0.4: 50
+    // layers at -10 ... +9.6 mm). A non-positive or non-finite step gives one
+    // layer.
     float layerStep = 1.0f;
 
     // Compositing member only: (ambient, diffuse, specular, exponent); the
@@ -123,7 +129,7 @@ struct CurvedReformationArgs {
     glm::vec3 viewDirection{0.0f};
 
     // Clip box and clip plane in voxel coordinates (applied per point).
-    SliceClipState clip;
+    zrcommon::SliceClipState clip;
 };
 
 // The kernel's geometry in curve space (world millimetres), derived from the
@@ -151,13 +157,11 @@ struct CurvedSectionGeometry {
     glm::vec3 lightDirection{0.0f};
 };
 
-// The geometry the arguments describe: u0 = 0 and u1 = the largest float below
-// N - 1 (the last column interpolates the last curve sample to within one part
-// in 2^24, because a column at u = N - 1 exactly is left untouched); lateral
-// coordinate in millimetres with l = planeHeight (top), h = 0 (bottom), C =
-// planeHeight / 2, b = 1 and E = planeHeight enlarged by 2^-20 of itself (the
-// interpolated top coordinate may round just above planeHeight); a = halfThickness; K = layers - 1 and slabSpan = K *
-// layerStep, which centres the layers on the surface.
+// The geometry the arguments describe: the column positions and the top and
+// bottom lateral coordinates of the curved view (MapCurvedView of the plane
+// corners); lateral coordinates in millimetres with C = planeHeight / 2, b = 1
+// and E = planeHeight; a = halfThickness; K = layers - 1 and slabSpan = T, so
+// the first layer lies T / 2 in front of the surface.
 CurvedSectionGeometry MakeCurvedSectionGeometry(const CurvedReformationArgs& args);
 
 // Draws with an explicit geometry. Returns false for an unknown projection code,

@@ -5,12 +5,16 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Matrix16;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 
@@ -91,8 +95,7 @@ bool RenderFloatGreySliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16
         c.last = curve->back();
     }
     zrobjects::FrameBuffer* colourBuffer = image.GetFrameBuffer(zrenums::EzrFrameBufferUsage_RenderOut, colourIndex);
-    // The loops index the buffer with the plane's size.
-    if (!colourBuffer || plane.width > colourBuffer->width || plane.height > colourBuffer->height) return false;
+    if (!colourBuffer || !PlaneFits(*colourBuffer, plane)) return false;
     const zrobjects::VolumeData& data = *volume.GetVolumeData();
     // Reading another element type as float would read past a narrower grid.
     if (data.voxelType.size != sizeof(float)) return false;

@@ -15,22 +15,22 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 
 // `reserved` is ignored. colourIndex: usage-1 buffer. curve: null to use the
 // window.
-bool RenderFloatGreySlice(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
+bool RenderFloatGreySlice(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
                           zrobjects::ZrIObject& image, const SlicePlane& plane, const void* reserved,
                           int colourIndex, const std::vector<glm::dvec2>* curve, float windowCentre,
                           float windowWidth);
 
 // The worker the entry point forwards to; true once it has run.
-bool RenderFloatGreySliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
+bool RenderFloatGreySliceRows(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
                               zrobjects::ZrIObject& image, const SlicePlane& plane, int colourIndex,
                               const std::vector<glm::dvec2>* curve, float windowCentre, float windowWidth);
 

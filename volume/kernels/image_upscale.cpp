@@ -2,16 +2,17 @@
 
 #include <cstddef>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
+#include "volume/kernels/pixel_bytes.h"
 #include "volume/kernels/voxel_sampling.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
 
-namespace {
+using zrcommon::TruncateToInt32;
 
-inline float Byte(uint32_t pixel, int b) { return static_cast<float>((pixel >> (8 * b)) & 0xffu); }
+namespace {
 
 // One destination row's source rows and vertical weight.
 struct SourceRows {
@@ -52,8 +53,6 @@ inline uint16_t InterpolatedValue(const SourceRows& rows, int col, float fx) {
                              rows.lowerValues[col + 1], fx, rows.fy);
     return static_cast<uint16_t>(TruncateToInt32(v));
 }
-
-inline uint32_t TruncatedByte(float v) { return static_cast<uint32_t>(TruncateToInt32(v)) & 0xffu; }
 
 void UpscaleRow(const ImageUpscaleArgs& a, int r) {
     const SourceRows rows = RowsFor(a, r);

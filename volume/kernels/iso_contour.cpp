@@ -3,16 +3,23 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdlib>
 #include <utility>
 
+#include "common/float_convert.h"
+#include "common/stepping_line.h"
 #include "host/zr_camera.h"
-#include "volume/kernels/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
 
 namespace zrvolume {
+
+using zrcommon::FromMatrixRecord;
+using zrcommon::Matrix16;
+using zrcommon::RecordRow;
+using zrcommon::ToMatrixRecord;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 
@@ -207,28 +214,12 @@ inline glm::vec2 ToScreen(const Matrix16& voxelToScreen, const glm::vec3& p) {
     return glm::vec2(RecordRow(voxelToScreen, 0, p) / w, RecordRow(voxelToScreen, 1, p) / w);
 }
 
-inline int64_t RoundToPixel(float c) { return TruncateToInt32(c + 0.5f); }
-
 }  // namespace
 
 void DrawLineDDA(glm::vec2 p0, glm::vec2 p1, uint32_t colour, uint32_t* pixels, int width, int height) {
-    // 64-bit steps: ends far off screen (or not-a-number, which rounds to
-    // INT32_MIN) must not overflow the differences.
-    const int64_t ix0 = RoundToPixel(p0.x), iy0 = RoundToPixel(p0.y);
-    const int64_t ddx = RoundToPixel(p1.x) - ix0, ddy = RoundToPixel(p1.y) - iy0;
-    // The longer axis sets the number of steps; a tie takes ddy.
-    const int64_t n = std::llabs(ddx) > std::llabs(ddy) ? std::llabs(ddx) : std::llabs(ddy);
-    const auto plot = [&](int64_t x, int64_t y) {
-        if (x >= 0 && x < width && y >= 0 && y < height) pixels[y * width + x] = colour;
-    };
-    plot(ix0, iy0);
-    const float step = 1.0f / static_cast<float>(n);  // infinite for a one-pixel line, which takes no steps
-    float x = p0.x, y = p0.y;                          // the walk starts from the unrounded end
-    for (int64_t k = 0; k < n; ++k) {
-        x += static_cast<float>(ddx) * step;
-        y += static_cast<float>(ddy) * step;
-        plot(RoundToPixel(x), RoundToPixel(y));
-    }
+    zrcommon::WalkSteppingLine(p0, p1, width, height, [&](int x, int y, glm::vec2, bool) {
+        pixels[static_cast<size_t>(y) * width + x] = colour;
+    });
 }
 
 template <class T>

@@ -24,27 +24,28 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 
-bool DrawIsoContourLines(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
-                         const Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
+bool DrawIsoContourLines(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
+                         const zrcommon::Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
                          int frameBufferIndex, uint16_t isoValue, uint32_t colour, std::vector<double>* outList);
 
 // The worker for voxel type T (char, unsigned char, short, unsigned short);
 // always true.
 template <class T>
-bool ExtractIsoContour(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
-                       const Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
+bool ExtractIsoContour(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
+                       const zrcommon::Matrix16& voxelToWorld, zrobjects::ZrIObject& image, const SlicePlane& plane,
                        int frameBufferIndex, uint16_t isoValue, uint32_t colour, std::vector<double>* outList);
 
-// A one-pixel line from p0 to p1 (screen pixels, rounded ends) in a buffer of
-// `width` x `height` 32-bit pixels, row pitch `width`. The colour word is stored
-// as it is; pixels outside the buffer are skipped one by one.
+// A one-pixel stepping line from p0 to p1 (screen pixels, common/stepping_line.h)
+// in a buffer of `width` x `height` 32-bit pixels, row pitch `width`. The colour
+// word is stored as it is; pixels outside the buffer are skipped, and the walk is
+// bounded by the buffer.
 void DrawLineDDA(glm::vec2 p0, glm::vec2 p1, uint32_t colour, uint32_t* pixels, int width, int height);
 
 }  // namespace zrvolume

@@ -3,14 +3,20 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 
@@ -99,10 +105,6 @@ void RenderLabelOverlayRow(const LabelOverlayContext<T>& c, int y) {
         if (EntryOpacity(entry) == 0) continue;
         colourRow[x] = TintedPixel(colourRow[x], entry);
     }
-}
-
-bool PlaneFits(const zrobjects::FrameBuffer& buffer, const SlicePlane& plane) {
-    return plane.width <= buffer.width && plane.height <= buffer.height;
 }
 
 }  // namespace

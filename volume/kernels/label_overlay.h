@@ -13,24 +13,24 @@
 // std::bad_any_cast before any pixel is drawn.
 #pragma once
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 
 // colourIndex: the usage-1 buffer that is read and blended in place.
-bool RenderLabelOverlaySlice(zrobjects::ZrVObjectVolume& labelVolume, const Matrix16& planeToVoxel,
-                             zrobjects::ZrIObject& image, const SlicePlane& plane, const SliceClipState& clip,
+bool RenderLabelOverlaySlice(zrobjects::ZrVObjectVolume& labelVolume, const zrcommon::Matrix16& planeToVoxel,
+                             zrobjects::ZrIObject& image, const SlicePlane& plane, const zrcommon::SliceClipState& clip,
                              int colourIndex, zrobjects::ZrObject& otfOwner);
 
 // The worker for label type T (char, unsigned char, short, unsigned short);
 // true once it has run.
 template <class T>
-bool RenderLabelOverlaySliceRows(zrobjects::ZrVObjectVolume& labelVolume, const Matrix16& planeToVoxel,
-                                 zrobjects::ZrIObject& image, const SlicePlane& plane, const SliceClipState& clip,
+bool RenderLabelOverlaySliceRows(zrobjects::ZrVObjectVolume& labelVolume, const zrcommon::Matrix16& planeToVoxel,
+                                 zrobjects::ZrIObject& image, const SlicePlane& plane, const zrcommon::SliceClipState& clip,
                                  int colourIndex, zrobjects::ZrObject& otfOwner);
 
 }  // namespace zrvolume

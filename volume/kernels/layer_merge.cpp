@@ -2,15 +2,12 @@
 
 #include <cstddef>
 
-#include "volume/kernels/float_convert.h"
-#include "volume/parallel_for.h"
+#include "volume/kernels/parallel_for.h"
+#include "volume/kernels/pixel_bytes.h"
 
 namespace zrvolume {
 
 namespace {
-
-inline float Byte(uint32_t pixel, int b) { return static_cast<float>((pixel >> (8 * b)) & 0xffu); }
-inline uint32_t TruncatedByte(float v) { return static_cast<uint32_t>(TruncateToInt32(v)) & 0xffu; }
 
 void MergeRow(const LayerMergeArgs& a, bool slab, int r) {
     const float w = a.weight;

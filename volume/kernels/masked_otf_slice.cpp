@@ -4,14 +4,20 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 namespace {
 
@@ -86,10 +92,6 @@ void RenderMaskedOtfSliceRow(const MaskedOtfSliceContext<T>& c, int y) {
         colourRow[x] = label == 0 ? PremultipliedPixel(entry, c.channelSwitch, inside)
                                   : CompositedPixel(entry, c.rows[0][index]);
     }
-}
-
-bool PlaneFits(const zrobjects::FrameBuffer& buffer, const SlicePlane& plane) {
-    return plane.width <= buffer.width && plane.height <= buffer.height;
 }
 
 // The mask is read with the main volume's indices; one whose storage is smaller

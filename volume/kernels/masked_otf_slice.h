@@ -17,26 +17,26 @@
 // and the render goes on.
 #pragma once
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 
 // colourIndex: usage-1 buffer; valueIndex: usage-3 buffer, negative for none.
-bool RenderMaskedOtfSlice(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
+bool RenderMaskedOtfSlice(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
                           zrobjects::ZrVObjectVolume& maskVolume, zrobjects::ZrIObject& image,
-                          const SlicePlane& plane, const SliceClipState& clip, int colourIndex, int valueIndex,
+                          const SlicePlane& plane, const zrcommon::SliceClipState& clip, int colourIndex, int valueIndex,
                           int maxLabel, zrobjects::ZrObject& otfOwner);
 
 // The worker for main voxel type T (char, unsigned char, short, unsigned
 // short); the mask is always unsigned 8-bit. True once it has run.
 template <class T>
-bool RenderMaskedOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
+bool RenderMaskedOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
                               zrobjects::ZrVObjectVolume& maskVolume, zrobjects::ZrIObject& image,
-                              const SlicePlane& plane, const SliceClipState& clip, int colourIndex, int valueIndex,
+                              const SlicePlane& plane, const zrcommon::SliceClipState& clip, int colourIndex, int valueIndex,
                               int maxLabel, zrobjects::ZrObject& otfOwner);
 
 }  // namespace zrvolume

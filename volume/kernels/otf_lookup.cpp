@@ -15,7 +15,6 @@ OtfTable ReadOtfTable(zrobjects::ZrObject& owner) {
     OtfTable otf;
     otf.rows = table.pp_data;
     otf.rowCount = table.array_lengths.y;
-    otf.entryCount = table.array_lengths.x;
     otf.length = static_cast<float>(table.array_lengths.x);
     return otf;
 }

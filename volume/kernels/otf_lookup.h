@@ -17,8 +17,7 @@ namespace zrvolume {
 struct OtfTable {
     const uint32_t* const* rows = nullptr;
     int rowCount = 0;
-    int entryCount = 0;
-    float length = 0.0f;  // entryCount as float, the L of the scaled lookup
+    float length = 0.0f;  // entries per row as float, the L of the scaled lookup
 };
 
 // Reads the owner's "_TableMap_OTF" parameter. A value of any other type, or a

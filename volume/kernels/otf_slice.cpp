@@ -3,15 +3,21 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPointDouble;
+using zrcommon::TruncateToInt32;
 
 namespace {
 
@@ -83,12 +89,6 @@ void RenderOtfSliceSpan(const OtfSliceContext<T>& c, int y, int from, int to) {
         if (valueRow) valueRow[x] = value;
         colourRow[x] = PremultipliedPixel(c.row0[ScaledOtfIndex(value, c.length)], c.channelSwitch, inside);
     }
-}
-
-// The loops index the buffers with the plane's size; a plane larger than the
-// buffer would write past it.
-bool PlaneFits(const zrobjects::FrameBuffer& buffer, const SlicePlane& plane) {
-    return plane.width <= buffer.width && plane.height <= buffer.height;
 }
 
 }  // namespace

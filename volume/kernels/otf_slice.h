@@ -10,24 +10,24 @@
 // std::bad_any_cast before any pixel is drawn.
 #pragma once
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 
 // colourIndex: usage-1 buffer; valueIndex: usage-3 buffer, negative for none.
-bool RenderOtfSlice(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel, zrobjects::ZrIObject& image,
-                    const SlicePlane& plane, const SliceClipState& clip, int colourIndex, int valueIndex,
+bool RenderOtfSlice(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel, zrobjects::ZrIObject& image,
+                    const SlicePlane& plane, const zrcommon::SliceClipState& clip, int colourIndex, int valueIndex,
                     zrobjects::ZrObject& otfOwner);
 
 // The worker for voxel type T (char, unsigned char, short, unsigned short);
 // true once it has run.
 template <class T>
-bool RenderOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16& planeToVoxel,
-                        zrobjects::ZrIObject& image, const SlicePlane& plane, const SliceClipState& clip,
+bool RenderOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const zrcommon::Matrix16& planeToVoxel,
+                        zrobjects::ZrIObject& image, const SlicePlane& plane, const zrcommon::SliceClipState& clip,
                         int colourIndex, int valueIndex, zrobjects::ZrObject& otfOwner);
 
 }  // namespace zrvolume

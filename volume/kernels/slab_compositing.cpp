@@ -5,6 +5,8 @@
 
 namespace zrvolume {
 
+using zrcommon::TruncateToInt32;
+
 CompositingShading MakeCompositingShading(zrobjects::ZrObject& volume, const glm::vec4& phong,
                                           bool gradientMagnitude, const glm::vec3& viewDirectionVoxel) {
     CompositingShading shading;

@@ -41,9 +41,9 @@
 
 #include <glm/glm.hpp>
 
+#include "common/float_convert.h"
 #include "host/zr_image.h"
 #include "host/zr_object.h"
-#include "volume/kernels/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/voxel_sampling.h"
 
@@ -100,7 +100,7 @@ inline void CompositeLayer(const CompositingShading& shading, const VoxelGrid<T>
     // of an index in front of the row. Unsigned samples are never negative.
     float v = sample;
     if constexpr (std::is_signed_v<T>) v = v < 0.0f ? 0.0f : v;
-    const uint32_t entry = otfRow[TruncateToInt32(v * otfLength * kInverse65535 + 0.5f)];
+    const uint32_t entry = otfRow[zrcommon::TruncateToInt32(v * otfLength * kInverse65535 + 0.5f)];
     if (EntryOpacity(entry) == 0) return;
     float alpha = static_cast<float>(EntryOpacity(entry)) * kInverse255;
 

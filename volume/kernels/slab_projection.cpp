@@ -1,17 +1,23 @@
 #include "slab_projection.h"
 
-#include <cmath>
 #include <cstdint>
 
-#include "volume/kernels/float_convert.h"
+#include "common/float_convert.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_layers.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
-#include "volume/parallel_for.h"
 
 namespace zrvolume {
+
+using zrcommon::Clipped;
+using zrcommon::Matrix16;
+using zrcommon::SliceClipState;
+using zrcommon::TransformPoint;
+using zrcommon::TruncateToInt32;
 
 SlabGeometry MakeSlabGeometry(const SlicePlane& plane, const Matrix16& planeToVoxel,
                               const glm::vec3& viewDirection, float thickness, float voxelPitchMin) {
@@ -19,15 +25,9 @@ SlabGeometry MakeSlabGeometry(const SlicePlane& plane, const Matrix16& planeToVo
     const float dirLength = glm::length(viewDirection);
     const glm::vec3 dir = dirLength > 2.220446e-16f ? viewDirection / dirLength : glm::vec3(0.0f);
 
-    int count = 1;
-    float pitch = 0.0f;
-    if (std::isfinite(voxelPitchMin) && voxelPitchMin > 0.0f) {
-        pitch = voxelPitchMin;
-        // Rounded, so that 20 mm at 0.4 mm is 50 layers whichever way the
-        // quotient's last bit falls.
-        const double layers = std::floor(static_cast<double>(thickness) / pitch + 0.5);
-        if (layers > 1.0) count = layers < 1e9 ? static_cast<int>(layers) : 1000000000;
-    }
+    const SlabLayers layers = LayersOfSlab(thickness, voxelPitchMin);
+    const int count = layers.count;
+    const float pitch = layers.step;
     g.layerCount = count;
 
     // The first layer lies (count - 1) / 2 spacings in front of the plane.

@@ -31,11 +31,11 @@
 
 #include <glm/glm.hpp>
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 
@@ -60,7 +60,7 @@ struct SlabGeometry {
 // image of one layer spacing (`planeToVoxel` is taken as affine). A non-positive
 // or non-finite pitch gives one layer on the plane; a zero direction gives a
 // zero step.
-SlabGeometry MakeSlabGeometry(const SlicePlane& plane, const Matrix16& planeToVoxel,
+SlabGeometry MakeSlabGeometry(const SlicePlane& plane, const zrcommon::Matrix16& planeToVoxel,
                               const glm::vec3& viewDirection, float thickness, float voxelPitchMin);
 
 struct SlabProjectionArgs {
@@ -82,7 +82,7 @@ struct SlabProjectionArgs {
     int height = 0;
 
     SlabGeometry geometry;
-    SliceClipState clip;  // voxel coordinates
+    zrcommon::SliceClipState clip;  // voxel coordinates
 
     // 0 or 1: shaded compositing (the light direction is the layer step,
     // normalised); 10 maximum, 11 minimum, 12 average; anything else returns

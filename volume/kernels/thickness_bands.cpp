@@ -5,7 +5,7 @@
 
 #include "platform/morphology.h"
 #include "volume/kernels/otf_slice.h"
-#include "volume/parallel_for.h"
+#include "volume/kernels/parallel_for.h"
 
 namespace zrvolume {
 

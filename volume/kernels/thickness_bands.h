@@ -21,20 +21,20 @@
 // keep their old colour and can still fall inside a band.
 #pragma once
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/zr_image.h"
 #include "host/zr_visual.h"
-#include "volume/kernels/matrix_record.h"
-#include "volume/kernels/slice_clip.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace zrvolume {
 
 struct ThicknessBandArgs {
     zrobjects::ZrVObjectVolume* volume = nullptr;
-    Matrix16 planeToVoxel;
+    zrcommon::Matrix16 planeToVoxel;
     zrobjects::ZrIObject* image = nullptr;
     SlicePlane plane;
-    SliceClipState clip;
+    zrcommon::SliceClipState clip;
     int colourIndex = 1;   // usage-1 buffer drawn into
     int valueIndex = -1;   // usage-3 buffer, negative for none
     zrobjects::ZrObject* tableOwner = nullptr;  // holds "_TableMap_OTF"

@@ -55,24 +55,46 @@ const auto kRampX = [](int i, int, int) { return 10 * i + 100; };
 const auto kRampY = [](int, int j, int) { return 10 * j + 100; };
 const auto kRampZ = [](int, int, int k) { return 10 * k + 100; };
 
-TEST(CurvedReformationLayout, ColumnsSpanTheCurveAndRowsSpanThePlaneHeightWithTheTopOnThePlusUpSide) {
+TEST(CurvedReformationLayout, ColumnsAndRowsFollowTheViewWithTheTopRowOnThePlusUpSide) {
     CurveScene s({12, 10, 10}, kRampX, {9, 3});
-    s.StraightAlongX({2, 5, 5}, 5);  // x = 2 .. 6, so column i sits at x = 2 + i / 2
-    ASSERT_TRUE(RenderCurvedReformation(s.Args()));
-    for (int c = 0; c < 9; ++c)
-        for (int r = 0; r < 3; ++r) {
-            EXPECT_EQ(s.Value(c, r), 120 + 5 * c) << c << "," << r;
-            EXPECT_EQ(ByteOf(s.Pixel(c, r), 3), 255u);
+    s.StraightAlongX({2, 5, 5}, 5);  // x = 2 .. 6
+    CurvedReformationArgs a = s.Args();
+    // (first column, last column) in millimetres along the unrolled curve (one
+    // per sample here): the whole curve, then a pan and a zoom.
+    for (auto [first, last] : {std::pair{0.0f, 4.0f}, {1.0f, 2.6f}}) {
+        SetCurvedView(a, first, last, 2.5f, 0.5f);
+        ASSERT_TRUE(RenderCurvedReformation(a));
+        for (int c = 0; c < 9; ++c) {
+            const float x = 2.0f + first + (last - first) * c / 8.0f;
+            if (c == 8 && last == 4.0f) {  // exactly on the last sample: untouched
+                EXPECT_TRUE(s.Untouched(c, 1));
+                continue;
+            }
+            EXPECT_EQ(s.Value(c, 1), static_cast<int>(10.0f * x + 100.5f)) << first << ": " << c;
+            EXPECT_EQ(ByteOf(s.Pixel(c, 1), 3), 255u);
         }
+    }
     CurveScene z({10, 10, 10}, kRampZ, {4, 5});
     z.StraightAlongX({2, 5, 5}, 4);
-    CurvedReformationArgs a = z.Args();
-    for (float height : {4.0f, 2.0f}) {  // rows at z = 5 + height / 2 down to 5 - height / 2
-        a.planeHeight = height;
-        ASSERT_TRUE(RenderCurvedReformation(a));
+    CurvedReformationArgs b = z.Args();
+    for (float height : {4.0f, 2.0f}) {  // rows from z = 5 + height / 2 down to 5 - height / 2, at pixel centres
+        b.planeHeight = height;
+        WholeCurvedView(b);
+        ASSERT_TRUE(RenderCurvedReformation(b));
         for (int r = 0; r < 5; ++r)
-            EXPECT_EQ(z.Value(1, r), 150 + 5 * height - 2.5 * height * r) << height << ", " << r;
+            EXPECT_EQ(z.Value(1, r), static_cast<int>(150.0f + 5.0f * height - 2.0f * height * (r + 0.5f) + 0.5f))
+                << height << ", " << r;
     }
+    // Zoomed out: rows beyond the lateral extent are left untouched.
+    z.image = TargetImage(4, 5);
+    b.image = z.image.get();
+    SetCurvedView(b, 0.0f, 2.0f, 3.5f, -0.5f);  // lateral 3.5 .. -0.5 with the extent 0 .. 2
+    ASSERT_TRUE(RenderCurvedReformation(b));
+    EXPECT_TRUE(z.Untouched(1, 0));
+    EXPECT_TRUE(z.Untouched(1, 1));
+    EXPECT_EQ(z.Value(1, 2), 155);
+    EXPECT_EQ(z.Value(1, 3), 145);
+    EXPECT_TRUE(z.Untouched(1, 4));
 }
 
 TEST(CurvedReformationLayout, DepthOffsetMovesAlongUpCrossTangentAndRightSideMirrorsIt) {
@@ -95,7 +117,7 @@ TEST(CurvedReformationLayout, WorldMillimetresAreMappedThroughTheVolumePlacement
     s.image = TargetImage(3, 3);
     s.StraightAlongX({11, 2, 4}, 3, 2.0f);  // world x 11, 13, 15 = voxel x 2, 6, 10
     ASSERT_TRUE(RenderCurvedReformation(s.Args()));
-    for (int c = 0; c < 3; ++c) EXPECT_EQ(s.Value(c, 1), 120 + 40 * c);
+    for (int c = 0; c < 2; ++c) EXPECT_EQ(s.Value(c, 1), 120 + 40 * c);
 }
 
 TEST(CurvedReformationEnds, PositionsAtOrPastTheLastSampleOrBeforeTheFirstLeaveTheColumnUntouched) {
@@ -104,7 +126,8 @@ TEST(CurvedReformationEnds, PositionsAtOrPastTheLastSampleOrBeforeTheFirstLeaveT
     s.points[3].x = 8.0f;  // the last step is four voxels long
     const CurvedReformationArgs a = s.Args();
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
-    EXPECT_EQ(g.lastColumnPosition, std::nextafter(3.0f, 0.0f));
+    EXPECT_EQ(g.firstColumnPosition, 0.0f);
+    EXPECT_EQ(g.lastColumnPosition, 2.0f);
 
     g.lastColumnPosition = 3.0f;
     ASSERT_TRUE(RenderCurvedSection(a, g));
@@ -128,7 +151,8 @@ TEST(CurvedReformationEnds, TheFrameIsInterpolatedBetweenSamplesAndNormalised) {
     s.StraightAlongX({2, 5, 5}, 3);
     s.ups[2] = {0, 3, 0};  // longer than one: only its direction counts
     CurvedReformationArgs a = s.Args();
-    a.planeHeight = 4.0f;  // top row 2 mm up
+    a.planeHeight = 5.0f;
+    SetCurvedView(a, 0.0f, 2.0f, 4.5f, 0.5f);  // top row 2 mm up
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
     g.firstColumnPosition = g.lastColumnPosition = 1.75f;
     ASSERT_TRUE(RenderCurvedSection(a, g));
@@ -158,7 +182,7 @@ TEST(CurvedReformationEnds, ShortOrMissingCurvesAndOneColumnOrOneRowImagesDrawNo
 }
 
 // Value j + 1 along the depth axis; the curve at y = `y` with two layers of 1 mm.
-CurveScene DepthRamp(float y = 0.5f) {
+CurveScene DepthRamp(float y = 1.0f) {
     CurveScene s({8, 6, 6}, [](int, int j, int) { return j + 1; });
     s.StraightAlongX({1, y, 3}, 4);
     return s;
@@ -167,17 +191,17 @@ CurveScene DepthRamp(float y = 0.5f) {
 TEST(CurvedReformationSlab, ReductionsCountOutsideLayersAsZeroAndSkipClippedOnes) {
     struct Case {
         const char* name;
-        float y;      // layers at y - 0.5 and y + 0.5
+        float y;      // layers at y - 1 and y: the first T / 2 in front of the curve
         float clipY;  // layers below it are clipped (none when negative)
         int code, expected;
         bool covered;
     } cases[] = {
-        {"samples 1, 2", 0.5f, -1, 10, 2, true},     {"samples 1, 2", 0.5f, -1, 11, 1, true},
-        {"samples 1, 2", 0.5f, -1, 12, 1, true},  // 1.5 truncated
-        {"outside, 1.5", 0.0f, -1, 11, 0, true},     {"outside, 1.5", 0.0f, -1, 10, 2, true},
-        {"outside, 1.5", 0.0f, -1, 12, 0, true},  // (0 + 1.5) / 2 truncated
-        {"first clipped", 0.5f, 0.5f, 11, 2, true},  {"first clipped", 0.5f, 0.5f, 12, 2, true},
-        {"all clipped", 0.5f, 100.0f, 11, 0, false},
+        {"samples 1, 2", 1.0f, -1, 10, 2, true},     {"samples 1, 2", 1.0f, -1, 11, 1, true},
+        {"samples 1, 2", 1.0f, -1, 12, 1, true},  // 1.5 truncated
+        {"outside, 1.5", 0.5f, -1, 11, 0, true},     {"outside, 1.5", 0.5f, -1, 10, 2, true},
+        {"outside, 1.5", 0.5f, -1, 12, 0, true},  // (0 + 1.5) / 2 truncated
+        {"first clipped", 1.0f, 0.5f, 11, 2, true},  {"first clipped", 1.0f, 0.5f, 12, 2, true},
+        {"all clipped", 1.0f, 100.0f, 11, 0, false},
     };
     for (const Case& k : cases) {
         SCOPED_TRACE(testing::Message() << k.name << ", code " << k.code);
@@ -198,7 +222,7 @@ TEST(CurvedReformationSlab, LayerCountFollowsThicknessOverStep) {
     a.layerStep = 0.4f;
     CurvedSectionGeometry g = zrvolume::MakeCurvedSectionGeometry(a);
     EXPECT_EQ(g.lastLayer, 49);
-    EXPECT_NEAR(g.slabSpan, 19.6f, 1e-4f);
+    EXPECT_EQ(g.slabSpan, 20.0f);
     a.layerStep = 0.0f;
     EXPECT_EQ(zrvolume::MakeCurvedSectionGeometry(a).lastLayer, 0);
 }
@@ -224,6 +248,24 @@ TEST(CurvedReformationSinglePlane, ClippedPixelsKeepTheirContentAndOutsidePixels
     ASSERT_TRUE(RenderCurvedReformation(o.Args()));
     EXPECT_EQ(o.Value(0, 1), 40);
     EXPECT_EQ(ByteOf(o.Pixel(0, 1), 3), 255u);
+}
+
+TEST(CurvedReformationLookup, EveryReductionLooksItsValueUpScaledByTheTableLength) {
+    // Entry t of a 4096-entry table tells t by its colour; value v reads entry
+    // trunc(v * L / 65535 + 0.5), not entry v.
+    CurveScene s({12, 10, 10}, [](int i, int j, int k) { return 9000 + 4000 * i + 700 * j + 300 * k; }, {8, 5});
+    s.table = IndexTable(4096);
+    s.StraightAlongX({2, 5, 5}, 8);
+    for (auto [code, thickness] : {std::pair{0, 0.0f}, {10, 3.0f}, {11, 3.0f}, {12, 3.0f}}) {
+        ASSERT_TRUE(RenderCurvedReformation(s.Args(code, thickness)));
+        for (int c = 0; c < 7; ++c)
+            for (int r = 0; r < 5; ++r) {
+                const uint32_t pixel = s.Pixel(c, r);
+                const int index = static_cast<int>(ByteOf(pixel, 1) << 8 | ByteOf(pixel, 2));
+                EXPECT_EQ(index, static_cast<int>(s.Value(c, r) * 4096.0f * 1.5259022e-5f + 0.5f)) << code;
+                EXPECT_GT(s.Value(c, r), 4096) << code;
+            }
+    }
 }
 
 TEST(CurvedReformationDispatch, CodesAndThickness) {
@@ -252,11 +294,14 @@ TEST(CurvedReformationProperties, StraightThinReformationMatchesThePlanarSlice) 
     const glm::vec3 a{0.3f, 5.7f, 4.6f}, b{18.7f, 16.3f, 19.6f};
     const glm::vec3 tangent = glm::normalize(b - a);
     const glm::vec3 up = glm::normalize(glm::cross(tangent, glm::vec3(0.3f, 1.0f, -0.2f)));
-    for (int i = 0; i < width; ++i) s.points.push_back(a + (b - a) * (static_cast<float>(i) / (width - 1)));
-    s.ups.assign(width, up);
-    s.tangents.assign(width, tangent);
+    // One sample per column from a to b, and one past b: the last column lies
+    // before the last sample.
+    for (int i = 0; i <= width; ++i) s.points.push_back(a + (b - a) * (static_cast<float>(i) / (width - 1)));
+    s.ups.assign(width + 1, up);
+    s.tangents.assign(width + 1, tangent);
     CurvedReformationArgs args = s.Args();
-    args.planeHeight = 24.0f;
+    args.planeHeight = 24.8f;
+    SetCurvedView(args, 0.0f, width - 1.0f, 24.4f, 0.4f);  // rows 12 mm either side of the curve
     ASSERT_TRUE(RenderCurvedReformation(args));
 
     auto planar = TargetImage(width, height);
@@ -293,6 +338,7 @@ TEST(CurvedReformationProperties, ImagesAreIdenticalAtOneAndTwoThreads) {
     for (auto [code, thickness] : {std::pair{0, 0.0f}, {0, 4.0f}, {1, 4.0f}, {10, 6.0f}, {11, 6.0f}, {12, 6.0f}}) {
         CurvedReformationArgs a = s.Args(code, thickness);
         a.planeHeight = 20.0f;
+        WholeCurvedView(a);
         a.layerStep = 0.7f;
         a.gradientMagnitude = code == 1;
         a.viewDirection = {0, 1, 0};

@@ -196,8 +196,8 @@ TEST(IsoContour, SphereContourEndsLieOnTheSphere) {
     auto image = zrobjects::MakeSectionImage(view);
     const auto plane = CameraPlane(*image);
     std::vector<double> list;
-    ASSERT_TRUE(DrawIsoContourLines(*volume, zrvolume::ToMatrixRecord(volume->GetMatrixRS2OSf()),
-                                    zrvolume::ToMatrixRecord(volume->GetMatrixOS2RSf()), *image, plane, 0,
+    ASSERT_TRUE(DrawIsoContourLines(*volume, zrcommon::ToMatrixRecord(volume->GetMatrixRS2OSf()),
+                                    zrcommon::ToMatrixRecord(volume->GetMatrixOS2RSf()), *image, plane, 0,
                                     static_cast<uint16_t>(10 * radius), kLine, &list));
     const auto segments = Segments(list);
     ASSERT_GT(segments.size(), 40u);

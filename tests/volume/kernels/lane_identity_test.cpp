@@ -105,7 +105,7 @@ TYPED_TEST(LaneIdentityTest, OtfSliceMatchesScalarForm) {
     auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
     auto image = slicetest::MakeImage(kWidth, kHeight);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
-    zrvolume::SliceClipState clip;
+    zrcommon::SliceClipState clip;
     clip.clipPlane = true;
     clip.planePoint = glm::vec3(18.0f, 14.0f, 11.0f);
     clip.planeNormal = glm::vec3(0.6f, -0.8f, 0.0f);
@@ -119,7 +119,7 @@ TYPED_TEST(LaneIdentityTest, OtfSliceMatchesScalarForm) {
         zrvolume::SlicePlane plane;
         int counted;
         bool channelSwitch;
-        zrvolume::SliceClipState clip;
+        zrcommon::SliceClipState clip;
     } cases[] = {{oblique, 300, false, {}}, {oblique, 300, true, {}}, {inside, 4096, false, clip}};
     for (const auto& k : cases) {
         SCOPED_TRACE(testing::Message() << k.counted << " entries, switch " << k.channelSwitch);
@@ -177,13 +177,14 @@ TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
         thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
     args.colourIndex = 0;
     args.planeHeight = 30.0f;
+    thicktest::WholeCurvedView(args);
     args.halfThickness = 1.5f;
     const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(args);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
     // The fixture's affine record (the lanes skip the division by w) and a
     // projective one.
-    const zrvolume::Matrix16 affine = args.worldToVoxel;
-    zrvolume::Matrix16 projective = affine;
+    const zrcommon::Matrix16 affine = args.worldToVoxel;
+    zrcommon::Matrix16 projective = affine;
     projective.m[12] = 0.004f;
     projective.m[13] = -0.003f;
     projective.m[15] = 0.97f;
@@ -207,7 +208,7 @@ TYPED_TEST(LaneIdentityTest, IsoContourListMatchesScalarForm) {
     // type's voxels.
     const zrvolume::SlicePlane plane = slicetest::PlaneFromCorners(
         {-2.3f, -1.7f, -1.2f}, {39.1f, 3.4f, 11.9f}, {1.6f, 31.2f, 13.3f}, {38.4f, 30.1f, 24.6f}, kWidth, kHeight);
-    const zrvolume::Matrix16 identity = slicetest::IdentityRecord();
+    const zrcommon::Matrix16 identity = slicetest::IdentityRecord();
     const bool isSigned = static_cast<T>(-1) < T(0);
     const uint16_t isoValue = isSigned ? 0 : (sizeof(T) == 1 ? 128 : 32000);
     const int iso = static_cast<int>(static_cast<T>(isoValue));
@@ -215,7 +216,7 @@ TYPED_TEST(LaneIdentityTest, IsoContourListMatchesScalarForm) {
     glm::dmat4 view, projection, viewport;
     image->GetCameraObject()->GetMatrixWStoSS(view, projection, viewport);
     const glm::mat4 worldToScreen(zrobjects::ComposeApplied(view, projection, viewport));
-    const zrvolume::Matrix16 voxelToScreen = zrvolume::ToMatrixRecord(worldToScreen * glm::mat4(1.0f));
+    const zrcommon::Matrix16 voxelToScreen = zrcommon::ToMatrixRecord(worldToScreen * glm::mat4(1.0f));
     const std::vector<double> expected = zrreference::IsoContourList(
         zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData()), identity, plane.corners, iso, voxelToScreen);
     ASSERT_GT(expected.size(), 400u);  // the textured volume crosses the iso value in many cells

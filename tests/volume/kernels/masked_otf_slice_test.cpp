@@ -133,7 +133,7 @@ protected:
     std::shared_ptr<zrobjects::ZrIObject> image = MakeImage(6, 2);
     zrvolume::SlicePlane plane = LinePlane({-2, 1, 1}, {3, 1, 1}, 6);  // x = -2 ... 3
 
-    bool Render(int maxLabel, const zrvolume::SliceClipState& clip = {}) {
+    bool Render(int maxLabel, const zrcommon::SliceClipState& clip = {}) {
         return RenderMaskedOtfSlice(*volume, IdentityRecord(), *mask, *image, plane, clip, 0, 0, maxLabel, *table);
     }
 };

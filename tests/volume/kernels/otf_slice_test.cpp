@@ -12,8 +12,8 @@
 namespace {
 
 using namespace slicetest;
+using zrcommon::SliceClipState;
 using zrvolume::RenderOtfSlice;
-using zrvolume::SliceClipState;
 
 // Entry t of every row names t in c0 (low byte) and c1 (high byte), with c2 = 7
 // and full opacity, so a pixel tells which entry coloured it.
@@ -132,7 +132,7 @@ TEST(OtfSliceClipping, ClippedPixelsAndADisabledValueBufferKeepTheirContent) {
     auto volume = MakeVolumeFrom<unsigned short>({8, 3, 3}, [](int i, int, int) { return 10 + i; });
     SliceClipState box;
     box.clipBox = true;  // size 2 along x centred on x = 2: faces at x = 1 and x = 3
-    box.boxMatrix = zrvolume::ToMatrixRecord(glm::scale(glm::mat4(1.0f), glm::vec3(0.5f, 0.1f, 0.1f)) *
+    box.boxMatrix = zrcommon::ToMatrixRecord(glm::scale(glm::mat4(1.0f), glm::vec3(0.5f, 0.1f, 0.1f)) *
                                              glm::translate(glm::mat4(1.0f), glm::vec3(-2, -1, -1)));
     struct Case {
         SliceClipState clip;
@@ -178,7 +178,7 @@ TEST(OtfSliceGeometry, ObliqueSectionOfARampMatchesTheAnalyticRamp) {
     auto image = zrobjects::MakeSectionImage(view);
     image->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "out");
     image->InsertFrameBuffer(zrobjects::MakeDataType<unsigned short>(), 3, "values");
-    ASSERT_TRUE(RenderOtfSlice(*volume, zrvolume::ToMatrixRecord(volume->GetMatrixRS2OSf()), *image,
+    ASSERT_TRUE(RenderOtfSlice(*volume, zrcommon::ToMatrixRecord(volume->GetMatrixRS2OSf()), *image,
                                CameraPlane(*image), {}, 0, 0, *table));
 
     const auto* camera = image->GetCameraObject();

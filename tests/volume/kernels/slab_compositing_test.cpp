@@ -188,18 +188,22 @@ TEST(SlabCompositing, PlanarAndCurvedSlabsOfTheSameDataLookAlike) {
         {{0, 0, 0, 0, 0}, {800, 0.9, 0.3, 0.2, 0.05}, {2000, 1.0, 0.9, 0.7, 0.4}, {3000, 1, 1, 1, 0.9}})});
     const int width = 30, height = 21;
     const glm::vec3 start{2, 12, 11.5f}, end{20, 12, 11.5f}, up{0, 0, 1};  // depth axis +y
-    std::vector<glm::vec3> points, ups(width, up), tangents(width, glm::vec3(1, 0, 0));
-    for (int i = 0; i < width; ++i) points.push_back(start + (end - start) * (i / float(width - 1)));
+    std::vector<glm::vec3> points, ups(width + 1, up), tangents(width + 1, glm::vec3(1, 0, 0));
+    for (int i = 0; i <= width; ++i) points.push_back(start + (end - start) * (i / float(width - 1)));
     const auto plane = slicetest::PlaneFromCorners(start + 8.0f * up, end + 8.0f * up, start - 8.0f * up,
                                                    end - 8.0f * up, width, height);
 
     for (int code : {0, 1}) {
         auto curvedImage = TargetImage(width, height), planarImage = TargetImage(width, height);
         zrvolume::CurvedReformationArgs c = CurvedArgs(*volume, *table, *curvedImage, points, ups, tangents);
-        c.planeHeight = 16.0f;
+        c.planeHeight = 16.8f;
+        SetCurvedView(c, 0.0f, width - 1.0f, 16.4f, 0.4f);  // rows 8 mm either side of the curve
         c.projectionCode = code;
         c.thickness = 8.0f;
         c.layerStep = 0.5f;
+        // The curved slab starts T / 2 in front of its surface, the planar one
+        // centres its 16 layers (7.5 mm): the surface moves by the difference.
+        c.halfThickness = 0.25f;
         c.gradientMagnitude = code == 1;
         c.viewDirection = {0, 1, 0};
         ASSERT_TRUE(zrvolume::RenderCurvedReformation(c));

@@ -113,7 +113,7 @@ TEST(SlabProjectionClipping, TheMarchEndsAtTheFirstClippedLayer) {
             SlabProjectionArgs a = s.Args(k.z, 8, code);
             a.clip.clipBox = k.normal == glm::vec3(0.0f);
             a.clip.clipPlane = !a.clip.clipBox;
-            a.clip.boxMatrix = zrvolume::ToMatrixRecord(box);
+            a.clip.boxMatrix = zrcommon::ToMatrixRecord(box);
             a.clip.planePoint = k.point;
             a.clip.planeNormal = k.normal;
             ASSERT_TRUE(RenderSlabProjection(a));

@@ -15,14 +15,14 @@
 #include <glm/glm.hpp>
 #include <gtest/gtest.h>
 
+#include "common/matrix_record.h"
+#include "common/slice_clip.h"
 #include "host/image_builder.h"
 #include "host/table_builder.h"
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
-#include "volume/kernels/matrix_record.h"
 #include "volume/kernels/otf_lookup.h"
-#include "volume/kernels/slice_clip.h"
-#include "volume/slice_plane.h"
+#include "volume/kernels/slice_plane.h"
 
 namespace slicetest {
 
@@ -100,7 +100,7 @@ inline zrvolume::SlicePlane PlaneFromCorners(glm::vec3 c0, glm::vec3 c1, glm::ve
 // one row would divide by zero on purpose).
 inline zrvolume::SlicePlane LinePlane(glm::vec3 a, glm::vec3 b, int w) { return PlaneFromCorners(a, b, a, b, w, 2); }
 
-inline zrvolume::Matrix16 IdentityRecord() { return zrvolume::ToMatrixRecord(glm::mat4(1.0f)); }
+inline zrcommon::Matrix16 IdentityRecord() { return zrcommon::ToMatrixRecord(glm::mat4(1.0f)); }
 
 // The oblique plane the thread-count checks draw: it leaves a 19 x 16 x 9 grid
 // on several faces.
@@ -109,8 +109,8 @@ inline zrvolume::SlicePlane ObliquePlane(int w, int h) {
 }
 
 // A clip plane that removes what lies beyond x = `x`, towards +x.
-inline zrvolume::SliceClipState ClipBeyondX(float x) {
-    zrvolume::SliceClipState clip;
+inline zrcommon::SliceClipState ClipBeyondX(float x) {
+    zrcommon::SliceClipState clip;
     clip.clipPlane = true;
     clip.planePoint = {x, 0, 0};
     clip.planeNormal = {1, 0, 0};

@@ -15,12 +15,12 @@
 #include <span>
 #include <vector>
 
+#include "common/matrix_record.h"
 #include "host/table_builder.h"
 #include "host/volume_builder.h"
 #include "host/zr_image.h"
 #include "tests/volume/kernels/slice_fixtures.h"
 #include "volume/kernels/curved_reformation.h"
-#include "volume/kernels/matrix_record.h"
 #include "volume/kernels/slab_projection.h"
 
 namespace thicktest {
@@ -34,8 +34,8 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeFrom(glm::ivec3 dims, F value,
 }
 
 // World millimetres to voxel coordinates of a volume built with `geometry`.
-inline zrvolume::Matrix16 WorldToVoxel(const zrobjects::VolumeGeometry& geometry = {}) {
-    return zrvolume::ToMatrixRecord(glm::inverse(zrobjects::VolumeObjectToReference(geometry)));
+inline zrcommon::Matrix16 WorldToVoxel(const zrobjects::VolumeGeometry& geometry = {}) {
+    return zrcommon::ToMatrixRecord(glm::inverse(zrobjects::VolumeObjectToReference(geometry)));
 }
 
 // Colour buffers (usage 1) 0 and 1 and a 16-bit value buffer (usage 3) 0, the
@@ -104,9 +104,31 @@ inline zrvolume::SlabProjectionArgs SlabArgs(zrobjects::ZrVObjectVolume& volume,
     return a;
 }
 
+// Lays the curved view on the arguments' image: its first and last column at
+// curve x = firstX and lastX millimetres along the unrolled curve, its top and
+// bottom row at lateral y = topY and bottomY millimetres from the bottom edge
+// (curve space of common/curved_view.h, for the current plane width and
+// height). The plane lies in world z = 0, rows along +x, the top towards +y.
+inline void SetCurvedView(zrvolume::CurvedReformationArgs& a, float firstX, float lastX, float topY,
+                          float bottomY) {
+    const float x = 0.5f * a.planeWidth, y = 0.5f * a.planeHeight;
+    a.planeCorners[0] = {firstX - x, topY - y, 0.0f};
+    a.planeCorners[1] = {lastX - x, topY - y, 0.0f};
+    a.planeCorners[2] = {firstX - x, bottomY - y, 0.0f};
+    a.planeCorners[3] = {lastX - x, bottomY - y, 0.0f};
+}
+
+// The view a camera at the origin with a view extent of the plane width and
+// height gives: pixel centres of a grid whose outer edges are the plane's.
+inline void WholeCurvedView(zrvolume::CurvedReformationArgs& a) {
+    const float dx = 0.5f * a.planeWidth / a.width, dy = 0.5f * a.planeHeight / a.height;
+    SetCurvedView(a, dx, a.planeWidth - dx, a.planeHeight - dy, dy);
+}
+
 // A thin curved section along `points` (world millimetres, with voxel (i, j, k)
-// at (i, j, k) mm) over the whole image, 1 mm per row, into colour buffer 1 and
-// value buffer 0. The vectors must outlive the arguments.
+// at (i, j, k) mm) over the whole image into colour buffer 1 and value buffer
+// 0: one curve sample per column (column c on curve position c) and 1 mm per
+// row, the rows centred on the curve. The vectors must outlive the arguments.
 inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& volume,
                                                   zrobjects::ZrObject& table, zrobjects::ZrIObject& image,
                                                   const std::vector<glm::vec3>& points,
@@ -118,7 +140,9 @@ inline zrvolume::CurvedReformationArgs CurvedArgs(zrobjects::ZrVObjectVolume& vo
     a.tangents = tangents.data();
     a.curveCount = static_cast<int>(points.size());
     a.worldToVoxel = WorldToVoxel();
-    a.planeHeight = static_cast<float>(image.Height() - 1);
+    a.planeWidth = static_cast<float>(a.curveCount - 1);
+    a.planeHeight = static_cast<float>(image.Height());
+    SetCurvedView(a, 0.0f, static_cast<float>(image.Width() - 1), a.planeHeight - 0.5f, 0.5f);
     a.layerStep = 1.0f;
     return a;
 }

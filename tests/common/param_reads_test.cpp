@@ -1,5 +1,5 @@
 // The typed reads: exact type identity, defaults, null lists and pointers.
-#include "module/param_reads.h"
+#include "common/param_reads.h"
 
 #include <gtest/gtest.h>
 
@@ -10,12 +10,12 @@
 
 #include "host/zr_image.h"
 
-using zrmodule::ParamMap;
-using zrmodule::ReadList;
-using zrmodule::ReadObjParam;
-using zrmodule::ReadObjParamRef;
-using zrmodule::ReadParam;
-using zrmodule::ReadPointer;
+using zrcommon::ParamMap;
+using zrcommon::ReadList;
+using zrcommon::ReadObjParam;
+using zrcommon::ReadObjParamRef;
+using zrcommon::ReadParam;
+using zrcommon::ReadPointer;
 
 TEST(ParamReads, MissingKeysGiveTheDefault) {
     ParamMap map;

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-namespace zrvolume {
+namespace zrcommon {
 
 inline int32_t TruncateToInt32(float x) {
     if (!(x > -2147483904.0f && x < 2147483648.0f)) return INT32_MIN;
@@ -18,4 +18,4 @@ inline int32_t TruncateToInt32(double x) {
     return static_cast<int32_t>(x);
 }
 
-}  // namespace zrvolume
+}  // namespace zrcommon

@@ -4,9 +4,9 @@
 
 #include <glm/glm.hpp>
 
-#include "volume/kernels/matrix_record.h"
+#include "common/matrix_record.h"
 
-namespace zrvolume {
+namespace zrcommon {
 
 struct SliceClipState {
     bool clipPlane = false;
@@ -35,4 +35,4 @@ inline bool Clipped(const SliceClipState& clip, const glm::vec3& p) {
     return clip.clipPlane && BeyondClipPlane(clip.planePoint, clip.planeNormal, p);
 }
 
-}  // namespace zrvolume
+}  // namespace zrcommon

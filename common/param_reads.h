@@ -10,7 +10,7 @@
 #include "host/param_map.h"
 #include "host/zr_object.h"
 
-namespace zrmodule {
+namespace zrcommon {
 
 using zrobjects::ParamMap;
 
@@ -67,4 +67,4 @@ const T* ReadObjParamRef(zrobjects::ZrObject& object, const std::string& key) {
     return &detail::Checked<T>(value);
 }
 
-}  // namespace zrmodule
+}  // namespace zrcommon

@@ -6,7 +6,7 @@
 
 #include <glm/glm.hpp>
 
-namespace zrvolume {
+namespace zrcommon {
 
 struct Matrix16 {
     float m[16] = {};
@@ -49,4 +49,4 @@ inline glm::vec3 TransformPointDouble(const Matrix16& r, const glm::vec3& p) {
     return glm::vec3(float(out[0] / out[3]), float(out[1] / out[3]), float(out[2] / out[3]));
 }
 
-}  // namespace zrvolume
+}  // namespace zrcommon
