@@ -155,7 +155,7 @@ SceneEntryDescription ParseEntry(const json& value, size_t index, const std::vec
 // window when it has one.
 template <class TableFor>
 void AttachTables(const SceneEntryDescription& described, const LoadedVolume& loaded, TableFor tableFor,
-                  const std::map<std::string, const ObjectSpec*>& specs, Scene& scene,
+                  const std::map<std::string, const ObjectSpec*>& objectsByName, Scene& scene,
                   zrobjects::ParamMap& entryParams, zrobjects::ZrVObjectVolume& volume) {
     const std::string where = "objects." + described.object;
     const int offset = loaded.values.offset;
@@ -204,7 +204,7 @@ void AttachTables(const SceneEntryDescription& described, const LoadedVolume& lo
         throw std::invalid_argument(where + ": a float volume needs something to window it: give it a WINDOWING "
                                             "table (a window, control points or a window preset)");
     const std::string table = windowing->second;
-    for (auto& [key, value] : FloatWindowParams(specs.at(table)->source, "objects." + table)) entryParams[key] = value;
+    for (auto& [key, value] : FloatWindowParams(objectsByName.at(table)->source, "objects." + table)) entryParams[key] = value;
 }
 
 // Values the module would take without a word but that cannot be what the
@@ -345,8 +345,8 @@ Scene BuildScene(const RequestFile& file) {
             used.insert(e.object);
             for (const auto& [dirName, target] : e.tables) used.insert(target);
         }
-        std::map<std::string, const ObjectSpec*> specs;
-        for (const ObjectSpec& o : file.objects) specs[o.name] = &o;
+        std::map<std::string, const ObjectSpec*> objectsByName;
+        for (const ObjectSpec& o : file.objects) objectsByName[o.name] = &o;
         for (const ObjectSpec& o : file.objects) {
             if (!used.count(o.name)) continue;
             const std::string where = "objects." + o.name;
@@ -362,7 +362,7 @@ Scene BuildScene(const RequestFile& file) {
         std::map<std::pair<std::string, int>, std::shared_ptr<zrobjects::ZrObject>> tables;
         auto tableFor = [&](const std::string& name, int offset) {
             auto& table = tables[{name, offset}];
-            if (!table) table = BuildTableObject(specs.at(name)->source, "objects." + name, file.baseDirectory, offset);
+            if (!table) table = BuildTableObject(objectsByName.at(name)->source, "objects." + name, file.baseDirectory, offset);
             // Under its name: the table as the first volume that uses it sees it.
             scene.objects.emplace(name, table);
             return table;
@@ -373,7 +373,7 @@ Scene BuildScene(const RequestFile& file) {
             entry.params = described.params;
             if (auto* volume = dynamic_cast<zrobjects::ZrVObjectVolume*>(object.get())) {
                 const LoadedVolume& loaded = scene.volumes.at(described.object);
-                AttachTables(described, loaded, tableFor, specs, scene, entry.params, *volume);
+                AttachTables(described, loaded, tableFor, objectsByName, scene, entry.params, *volume);
             }
             for (const auto& [key, value] : described.objectParams) object->SetObjParam(key, value);
             entry.object = object.get();
