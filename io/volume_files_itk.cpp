@@ -125,7 +125,13 @@ std::string ItkReason(const itk::ExceptionObject& e, const std::string& fallback
 
 }  // namespace
 
-VolumeFileInfo ReadItkInfo(const std::string& path, const VolumeChoice&) {
+VolumeFileInfo ReadItkInfo(const std::string& path, const VolumeChoice& choice) {
+    // NRRD and MetaImage files hold one volume: a choice names something that
+    // is not there, and is refused rather than ignored.
+    if (!choice.series.empty())
+        throw InputError(path, "\"series\" picks a DICOM series or part of one; this file holds one volume");
+    if (choice.frame && *choice.frame != 0)
+        throw InputError(path, "holds one volume; \"frame\": " + std::to_string(*choice.frame) + " does not exist");
     QuietLibraries quiet;
     try {
         VolumeFileInfo info;

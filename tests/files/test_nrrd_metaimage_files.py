@@ -6,7 +6,7 @@ import gzip
 import numpy as np
 import pytest
 
-from conftest import assert_values_where_placed, zrslice
+from conftest import assert_values_where_placed, render, slice_document, zrslice
 
 vtk = pytest.importorskip("vtk")
 from vtk.util import numpy_support  # noqa: E402
@@ -118,3 +118,15 @@ def test_voxel_data_cut_short_is_refused_at_info_in_one_line(files, make, expect
     assert run.code == 1, run
     assert run.err == f"zrslice: {named}: {run.err.split(': ', 2)[2]}" and run.err.count("\n") == 1, run
     assert expected in run.err and "0x" not in run.err, run
+
+
+@pytest.mark.parametrize("choice, expected", [
+    ({"frame": 2}, "holds one volume; \"frame\": 2 does not exist"),
+    ({"series": 3}, "\"series\" picks a DICOM series or part of one; this file holds one volume"),
+])
+def test_a_choice_naming_a_volume_that_is_not_there_is_refused(files, choice, expected):
+    path = files / "volume.nrrd"
+    path.write_bytes(nrrd_header("left-posterior-superior", DIRECTIONS, ORIGIN) + voxel_bytes())
+    document = slice_document(dict({"type": "volume", "file": str(path)}, **choice), centre=(0, 0, 0))
+    run, _, _, _ = render(files, document)
+    assert run.code == 1 and expected in run.err and run.err.count("\n") == 1, run
