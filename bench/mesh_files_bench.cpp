@@ -28,7 +28,9 @@ namespace {
 // Sets the OpenMP thread count for one benchmark and restores it after.
 class Threads {
 public:
-    explicit Threads(int64_t count) : before_(omp_get_max_threads()) { omp_set_num_threads(static_cast<int>(count)); }
+    explicit Threads(int64_t count) : before_(omp_get_max_threads()) {
+        omp_set_num_threads(static_cast<int>(count));
+    }
     ~Threads() { omp_set_num_threads(before_); }
 
 private:
@@ -94,7 +96,12 @@ void M2_CutPlane(benchmark::State& state) {
 
 BENCHMARK(M2_ReadStl)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(M2_ReadPly)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(M2_BuildHierarchy)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(M2_BuildHierarchy)
+    ->ArgName("threads")
+    ->Arg(1)
+    ->Arg(2)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(M2_CutPlane)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

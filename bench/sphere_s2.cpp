@@ -49,11 +49,13 @@ std::vector<char> StlBytes(const zrobjects::MeshArrays& s2) {
 
 std::vector<char> PlyBytes(const zrobjects::MeshArrays& s2) {
     const size_t vertices = s2.positions.size() / 3, triangles = s2.indices.size() / 3;
-    const std::string header = "ply\nformat binary_little_endian 1.0\ncomment S2 sphere, radius 80 mm\n"
-                               "element vertex " + std::to_string(vertices) +
-                               "\nproperty float x\nproperty float y\nproperty float z\n"
-                               "element face " + std::to_string(triangles) +
-                               "\nproperty list uchar int vertex_indices\nend_header\n";
+    const std::string header =
+        "ply\nformat binary_little_endian 1.0\ncomment S2 sphere, radius 80 mm\n"
+        "element vertex " +
+        std::to_string(vertices) +
+        "\nproperty float x\nproperty float y\nproperty float z\n"
+        "element face " +
+        std::to_string(triangles) + "\nproperty list uchar int vertex_indices\nend_header\n";
     std::vector<char> bytes(header.begin(), header.end());
     bytes.reserve(header.size() + 12 * vertices + 13 * triangles);
     for (const float x : s2.positions) Put(bytes, x);

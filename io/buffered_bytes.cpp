@@ -27,8 +27,8 @@ const unsigned char* BufferedBytes::Take(size_t count) {
 bool BufferedBytes::TakeLine(std::string& line) {
     for (size_t scanned = 0;;) {
         const auto* begin = buffer_.data() + next_;
-        const auto* newline = static_cast<const unsigned char*>(
-            std::memchr(begin + scanned, '\n', end_ - next_ - scanned));
+        const auto* newline =
+            static_cast<const unsigned char*>(std::memchr(begin + scanned, '\n', end_ - next_ - scanned));
         if (newline) {
             size_t length = static_cast<size_t>(newline - begin);
             next_ += length + 1;

@@ -19,7 +19,9 @@ uint64_t TableSizeFor(size_t vertices) {
     return size;
 }
 
-uint64_t Slot(uint64_t hash, uint32_t vertex) { return (hash & 0xFFFFFFFF00000000ull) | (uint64_t{vertex} + 1); }
+uint64_t Slot(uint64_t hash, uint32_t vertex) {
+    return (hash & 0xFFFFFFFF00000000ull) | (uint64_t{vertex} + 1);
+}
 
 // Corners are looked up in batches: the batch's slots are fetched from memory
 // together, then the corners are welded one after the other in their order.

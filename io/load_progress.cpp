@@ -76,7 +76,8 @@ void LoadProgress::Watch() {
         char text[160];
         const double fraction = fraction_;
         if (fraction >= 0.0)
-            std::snprintf(text, sizeof(text), "%s %.0f %% (%.0f s)", stage_.load(), fraction * 100.0, Seconds());
+            std::snprintf(text, sizeof(text), "%s %.0f %% (%.0f s)", stage_.load(), fraction * 100.0,
+                          Seconds());
         else
             std::snprintf(text, sizeof(text), "%s (%.0f s)", stage_.load(), Seconds());
         Print(text, false);
@@ -84,7 +85,8 @@ void LoadProgress::Watch() {
 }
 
 void LoadProgress::Print(const std::string& text, bool last) {
-    std::fprintf(stderr, "\r%s%s: %s\033[K%s", prefix_.c_str(), file_.c_str(), text.c_str(), last ? "\n" : "");
+    std::fprintf(stderr, "\r%s%s: %s\033[K%s", prefix_.c_str(), file_.c_str(), text.c_str(),
+                 last ? "\n" : "");
     std::fflush(stderr);
     printed_ = true;
 }

@@ -19,10 +19,12 @@ enum class Type { Int8, Uint8, Int16, Uint16, Int32, Uint32, Float32, Float64 };
 
 std::optional<Type> TypeNamed(std::string_view name) {
     static const std::pair<std::string_view, Type> kNames[] = {
-        {"char", Type::Int8},     {"int8", Type::Int8},       {"uchar", Type::Uint8},  {"uint8", Type::Uint8},
-        {"short", Type::Int16},   {"int16", Type::Int16},     {"ushort", Type::Uint16}, {"uint16", Type::Uint16},
-        {"int", Type::Int32},     {"int32", Type::Int32},     {"uint", Type::Uint32},  {"uint32", Type::Uint32},
-        {"float", Type::Float32}, {"float32", Type::Float32}, {"double", Type::Float64}, {"float64", Type::Float64}};
+        {"char", Type::Int8},      {"int8", Type::Int8},       {"uchar", Type::Uint8},
+        {"uint8", Type::Uint8},    {"short", Type::Int16},     {"int16", Type::Int16},
+        {"ushort", Type::Uint16},  {"uint16", Type::Uint16},   {"int", Type::Int32},
+        {"int32", Type::Int32},    {"uint", Type::Uint32},     {"uint32", Type::Uint32},
+        {"float", Type::Float32},  {"float32", Type::Float32}, {"double", Type::Float64},
+        {"float64", Type::Float64}};
     for (const auto& [known, type] : kNames)
         if (name == known) return type;
     return std::nullopt;
@@ -58,14 +60,22 @@ T Load(const unsigned char* at, bool swap) {
 
 double AsDouble(const unsigned char* at, Type type, bool swap) {
     switch (type) {
-        case Type::Int8: return Load<int8_t>(at, swap);
-        case Type::Uint8: return Load<uint8_t>(at, swap);
-        case Type::Int16: return Load<int16_t>(at, swap);
-        case Type::Uint16: return Load<uint16_t>(at, swap);
-        case Type::Int32: return Load<int32_t>(at, swap);
-        case Type::Uint32: return Load<uint32_t>(at, swap);
-        case Type::Float32: return Load<float>(at, swap);
-        case Type::Float64: return Load<double>(at, swap);
+        case Type::Int8:
+            return Load<int8_t>(at, swap);
+        case Type::Uint8:
+            return Load<uint8_t>(at, swap);
+        case Type::Int16:
+            return Load<int16_t>(at, swap);
+        case Type::Uint16:
+            return Load<uint16_t>(at, swap);
+        case Type::Int32:
+            return Load<int32_t>(at, swap);
+        case Type::Uint32:
+            return Load<uint32_t>(at, swap);
+        case Type::Float32:
+            return Load<float>(at, swap);
+        case Type::Float64:
+            return Load<double>(at, swap);
     }
     return 0.0;
 }
@@ -73,14 +83,21 @@ double AsDouble(const unsigned char* at, Type type, bool swap) {
 // Integer types only (checked when the header is read).
 int64_t AsInteger(const unsigned char* at, Type type, bool swap) {
     switch (type) {
-        case Type::Int8: return Load<int8_t>(at, swap);
-        case Type::Uint8: return Load<uint8_t>(at, swap);
-        case Type::Int16: return Load<int16_t>(at, swap);
-        case Type::Uint16: return Load<uint16_t>(at, swap);
-        case Type::Int32: return Load<int32_t>(at, swap);
-        case Type::Uint32: return Load<uint32_t>(at, swap);
+        case Type::Int8:
+            return Load<int8_t>(at, swap);
+        case Type::Uint8:
+            return Load<uint8_t>(at, swap);
+        case Type::Int16:
+            return Load<int16_t>(at, swap);
+        case Type::Uint16:
+            return Load<uint16_t>(at, swap);
+        case Type::Int32:
+            return Load<int32_t>(at, swap);
+        case Type::Uint32:
+            return Load<uint32_t>(at, swap);
         case Type::Float32:
-        case Type::Float64: break;
+        case Type::Float64:
+            break;
     }
     return -1;
 }
@@ -136,7 +153,8 @@ std::vector<std::string_view> Words(std::string_view line) {
 
 Header ReadHeader(BufferedBytes& in, const std::string& path) {
     std::string line;
-    if (!in.TakeLine(line) || line != "ply") throw InputError(path, "is not a PLY file: its first line is not \"ply\"");
+    if (!in.TakeLine(line) || line != "ply")
+        throw InputError(path, "is not a PLY file: its first line is not \"ply\"");
     Header header;
     for (int number = 2;; ++number) {
         if (!in.TakeLine(line)) throw InputError(path, "is truncated: its header has no end_header line");
@@ -166,8 +184,10 @@ Header ReadHeader(BufferedBytes& in, const std::string& path) {
             const auto type = TypeNamed(words.size() > 2 ? words[list ? 3 : 1] : std::string_view());
             const auto countType = list ? TypeNamed(words[2]) : std::optional<Type>(Type::Uint8);
             if ((words.size() != 3 && !list) || !type || !countType)
-                throw InputError(path, where + "expects \"property TYPE NAME\" or \"property list COUNT_TYPE "
-                                               "TYPE NAME\" with PLY's types, got \"" + line + "\"");
+                throw InputError(path, where +
+                                           "expects \"property TYPE NAME\" or \"property list COUNT_TYPE "
+                                           "TYPE NAME\" with PLY's types, got \"" +
+                                           line + "\"");
             if (list && !IsInteger(*countType))
                 throw InputError(path, where + "a list counted by a " + std::string(words[2]));
             property.name = words.back();
@@ -227,12 +247,15 @@ void CheckLength(const Header& header, uint64_t available, const std::string& pa
     for (const Element& element : header.elements) {
         declared += (declared.empty() ? "" : ", ") + std::to_string(element.count) + " " + element.name;
         if (element.minimumBytes == 0 || short_) continue;
-        if (element.count > (available - std::min(available, needed)) / element.minimumBytes) short_ = true;
-        else needed += element.count * element.minimumBytes;
+        if (element.count > (available - std::min(available, needed)) / element.minimumBytes)
+            short_ = true;
+        else
+            needed += element.count * element.minimumBytes;
     }
     if (short_)
-        throw InputError(path, "is truncated: its header declares " + declared + " records, which do not fit in the " +
-                                   std::to_string(available) + " bytes after the header");
+        throw InputError(path, "is truncated: its header declares " + declared +
+                                   " records, which do not fit in the " + std::to_string(available) +
+                                   " bytes after the header");
 }
 
 }  // namespace
@@ -269,7 +292,8 @@ std::optional<zrobjects::MeshArrays> ReadBinaryPly(const std::string& path, Load
         if (corners < 0) corners = face->Find("vertex_index");
         if (corners < 0 || !face->properties[corners].list)
             throw InputError(path, "its face element has no vertex_indices list");
-        if (!IsInteger(face->properties[corners].type)) throw InputError(path, "its face vertex indices are not integers");
+        if (!IsInteger(face->properties[corners].type))
+            throw InputError(path, "its face vertex indices are not integers");
     }
     CheckLength(header, source.FileBytes() - in.Offset(), path);
 
@@ -283,12 +307,14 @@ std::optional<zrobjects::MeshArrays> ReadBinaryPly(const std::string& path, Load
         const bool isVertex = &element == vertex, isFace = &element == face;
         for (uint64_t record = 0; record < element.count; ++record) {
             if (progress && record % 65536 == 0)
-                progress->Step("reading", static_cast<double>(in.Offset()) / static_cast<double>(source.FileBytes()));
+                progress->Step("reading",
+                               static_cast<double>(in.Offset()) / static_cast<double>(source.FileBytes()));
             auto scalar = [&](size_t k, const unsigned char* at) {
                 if (!isVertex) return;
                 const Property& property = element.properties[k];
                 switch (property.role) {
-                    case Role::None: return;
+                    case Role::None:
+                        return;
                     case Role::X:
                     case Role::Y:
                     case Role::Z:
@@ -321,14 +347,15 @@ std::optional<zrobjects::MeshArrays> ReadBinaryPly(const std::string& path, Load
                 }
             };
             if (!ReadRecord(in, element, swap, scalar, list, path, record))
-                throw InputError(path, "is truncated: it ends in " + element.name + " " + std::to_string(record) +
-                                           " of " + std::to_string(element.count));
+                throw InputError(path, "is truncated: it ends in " + element.name + " " +
+                                           std::to_string(record) + " of " + std::to_string(element.count));
         }
     }
 
     if (mesh.indices.empty()) {
         if (face && face->count > 0)
-            throw InputError(path, "its faces have fewer than three corners; only surfaces and point sets can be drawn");
+            throw InputError(
+                path, "its faces have fewer than three corners; only surfaces and point sets can be drawn");
         mesh.topology = 3;  // a point set
         mesh.indices.clear();
         return mesh;

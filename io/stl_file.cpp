@@ -57,11 +57,13 @@ std::optional<zrobjects::MeshArrays> ReadBinaryStl(const std::string& path, Load
         ByteSource text(path, ByteSource::Compression::None);
         if (LooksLikeAsciiStl(text)) return std::nullopt;
         if (fileBytes < kHeaderBytes)
-            throw InputError(path, "is neither an ASCII STL nor a binary one: " + Count(fileBytes, "byte", "bytes") +
-                                       ", shorter than a binary STL's 84-byte header");
-        throw InputError(path, std::string(fileBytes < expected ? "is truncated" : "is not a consistent binary STL") +
-                                   ": its header counts " + Count(count, "triangle", "triangles") + ", which take " +
-                                   std::to_string(expected) + " bytes, the file holds " + std::to_string(fileBytes));
+            throw InputError(
+                path, "is neither an ASCII STL nor a binary one: " + Count(fileBytes, "byte", "bytes") +
+                          ", shorter than a binary STL's 84-byte header");
+        throw InputError(
+            path, std::string(fileBytes < expected ? "is truncated" : "is not a consistent binary STL") +
+                      ": its header counts " + Count(count, "triangle", "triangles") + ", which take " +
+                      std::to_string(expected) + " bytes, the file holds " + std::to_string(fileBytes));
     }
     if (count == 0) throw InputError(path, "holds no triangles");
     // Up to three vertices per triangle, numbered by 32-bit integers the
@@ -79,7 +81,8 @@ std::optional<zrobjects::MeshArrays> ReadBinaryStl(const std::string& path, Load
         source.ReadExactly(records.data(), kTriangleBytes * n, "triangle " + std::to_string(first));
         for (uint32_t t = 0; t < n; ++t)
             std::memcpy(&corners[9 * size_t{t}], &records[kTriangleBytes * t + 12], 9 * sizeof(float));
-        if constexpr (std::endian::native == std::endian::big) SwapBytes(corners.data(), 9 * n, sizeof(float));
+        if constexpr (std::endian::native == std::endian::big)
+            SwapBytes(corners.data(), 9 * n, sizeof(float));
         for (size_t k = 0; k < 9 * size_t{n}; ++k)
             if (!std::isfinite(corners[k]))
                 throw InputError(path, "triangle " + std::to_string(first + k / 9) +

@@ -24,7 +24,8 @@ using zrbvh::BvhLeafNode;
 using zrbvh::BvhNode;
 using zrbvh::BvhTree;
 
-std::shared_ptr<BvhTree> Build(const zrobjects::MeshArrays& mesh, const zrobjects::BvhBuildOptions& options = {}) {
+std::shared_ptr<BvhTree> Build(const zrobjects::MeshArrays& mesh,
+                               const zrobjects::BvhBuildOptions& options = {}) {
     return zrobjects::BuildBvh(mesh.positions.data(), static_cast<int32_t>(mesh.positions.size() / 3),
                                mesh.indices.data(), static_cast<int32_t>(mesh.indices.size() / 3), options);
 }
@@ -32,7 +33,8 @@ std::shared_ptr<BvhTree> Build(const zrobjects::MeshArrays& mesh, const zrobject
 // Large enough for the top splits to be binned in chunks by several tasks and
 // for many subtrees to be tasks of their own.
 const zrobjects::MeshArrays& Torus() {
-    static const zrobjects::MeshArrays torus = zrobjects::MakeTorusArrays(60.0, 25.0, 600, 250, {3.0, -2.0, 1.0});
+    static const zrobjects::MeshArrays torus =
+        zrobjects::MakeTorusArrays(60.0, 25.0, 600, 250, {3.0, -2.0, 1.0});
     return torus;
 }
 
@@ -183,23 +185,22 @@ TEST_P(BvhBuilderRefuses, NamingWhatIsWrong) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, BvhBuilderRefuses,
-    testing::Values(
-        Refusal{"IndexPastTheVertices",
-                [](auto& m, auto&) {
-                    m.indices[3 * 900 + 1] = 5000;
-                    m.indices[3 * 1500] = 7000;  // a later one is not the one named
-                },
-                "BVH build: triangle 900 uses vertex 5000 of 2342"},
-        Refusal{"PositionNotFinite",
-                [](auto& m, auto&) {
-                    m.positions[3 * 700 + 2] = std::numeric_limits<float>::quiet_NaN();
-                    m.positions[3 * 20] = std::numeric_limits<float>::infinity();
-                },
-                "BVH build: vertex 20 has a position that is not finite"},
-        Refusal{"LeafSizeZero", [](auto&, auto& o) { o.maxLeafTriangles = 0; },
-                "BVH build: leaf size must be at least 1 and bin count at least 2"},
-        Refusal{"OneBin", [](auto&, auto& o) { o.binCount = 1; },
-                "BVH build: leaf size must be at least 1 and bin count at least 2"}),
+    testing::Values(Refusal{"IndexPastTheVertices",
+                            [](auto& m, auto&) {
+                                m.indices[3 * 900 + 1] = 5000;
+                                m.indices[3 * 1500] = 7000;  // a later one is not the one named
+                            },
+                            "BVH build: triangle 900 uses vertex 5000 of 2342"},
+                    Refusal{"PositionNotFinite",
+                            [](auto& m, auto&) {
+                                m.positions[3 * 700 + 2] = std::numeric_limits<float>::quiet_NaN();
+                                m.positions[3 * 20] = std::numeric_limits<float>::infinity();
+                            },
+                            "BVH build: vertex 20 has a position that is not finite"},
+                    Refusal{"LeafSizeZero", [](auto&, auto& o) { o.maxLeafTriangles = 0; },
+                            "BVH build: leaf size must be at least 1 and bin count at least 2"},
+                    Refusal{"OneBin", [](auto&, auto& o) { o.binCount = 1; },
+                            "BVH build: leaf size must be at least 1 and bin count at least 2"}),
     [](const testing::TestParamInfo<Refusal>& info) { return info.param.name; });
 
 }  // namespace
