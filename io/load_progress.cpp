@@ -34,7 +34,10 @@ LoadProgress::LoadProgress(std::string file)
       shown_(Current().shown),
       after_(Current().afterSeconds),
       start_(std::chrono::steady_clock::now()) {
-    if (shown_) watcher_ = std::thread([this] { Watch(); });
+    if (!shown_) return;
+    // Due at once: the first line is out before any work starts.
+    if (after_ <= 0.0) Print(std::string(stage_.load()), false);
+    watcher_ = std::thread([this] { Watch(); });
 }
 
 LoadProgress::~LoadProgress() {

@@ -1,5 +1,6 @@
 #include "ply_file.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cstdint>
@@ -158,6 +159,11 @@ Header ReadHeader(BufferedBytes& in, const std::string& path) {
     Header header;
     for (int number = 2;; ++number) {
         if (!in.TakeLine(line)) throw InputError(path, "is truncated: its header has no end_header line");
+        // Header lines are text; bytes that are not are the data, met before
+        // any end_header line.
+        if (std::any_of(line.begin(), line.end(),
+                        [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7F; }))
+            throw InputError(path, "its header has no end_header line before its binary data");
         const std::vector<std::string_view> words = Words(line);
         const std::string where = "header line " + std::to_string(number) + ": ";
         if (words.empty() || words[0] == "comment" || words[0] == "obj_info") continue;
