@@ -5,12 +5,13 @@
 // colour). The whole process, from its start to the picture written, is timed
 // against VTK's reader and cutter by bench/time_to_picture.py.
 //
-// Reading runs on one thread whatever the argument; the hierarchy and the cut
-// take the thread count as their argument. The "vertices" counter is the
-// vertex count after reading.
+// Reading and welding run on one thread; the hierarchy and the cut take the
+// thread count as their argument. The "vertices" counter is the vertex count
+// after reading (or welding).
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -18,6 +19,7 @@
 #include "bench/workloads.h"
 #include "host/bvh_builder.h"
 #include "host/image_builder.h"
+#include "io/corner_welding.h"
 #include "io/mesh_files.h"
 #include "mesh/bvh/bvh_node.h"
 #include "mesh/line_drawing.h"
@@ -54,6 +56,24 @@ void M2_ReadPly(benchmark::State& state) { ReadFile(state, zrbench::SphereS2PlyP
 const zrobjects::MeshArrays& S2() {
     static const zrobjects::MeshArrays arrays = zrio::ReadMeshFile(zrbench::SphereS2PlyPath());
     return arrays;
+}
+
+// The welding alone, over S2's corners as a binary STL repeats them.
+void M2_WeldStlCorners(benchmark::State& state) {
+    const zrobjects::MeshArrays& s2 = S2();
+    std::vector<float> corners(3 * s2.indices.size());
+    for (size_t k = 0; k < s2.indices.size(); ++k)
+        std::copy_n(&s2.positions[3 * size_t{s2.indices[k]}], 3, &corners[3 * k]);
+    std::vector<uint32_t> vertices(s2.indices.size());
+    size_t welded = 0;
+    for (auto _ : state) {
+        zrio::CornerWelder welder(s2.indices.size() / 6 + 2);
+        welder.Weld(corners.data(), s2.indices.size(), vertices.data());
+        welded = welder.VertexCount();
+        benchmark::DoNotOptimize(vertices.data());
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(zrbench::kSphereS2Triangles));
+    state.counters["vertices"] = static_cast<double>(welded);
 }
 
 // Argument: thread count.
@@ -96,6 +116,7 @@ void M2_CutPlane(benchmark::State& state) {
 
 BENCHMARK(M2_ReadStl)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(M2_ReadPly)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(M2_WeldStlCorners)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(M2_BuildHierarchy)
     ->ArgName("threads")
     ->Arg(1)

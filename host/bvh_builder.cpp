@@ -3,6 +3,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -27,14 +28,6 @@ struct Box {
             lo[a] = std::min(lo[a], p[a]);
             hi[a] = std::max(hi[a], p[a]);
         }
-    }
-    // Grows by both corners as points. An empty box's corners are the float
-    // limits, so growing by an empty box gives a box of infinite area: the
-    // heuristic below prices every split next to an empty bin out that way,
-    // and the trees it builds depend on it.
-    void Grow(const Box& b) {
-        Grow(b.lo);
-        Grow(b.hi);
     }
     // The union with a box that is not empty.
     void Merge(const Box& b) {
@@ -109,6 +102,29 @@ constexpr int32_t kTaskTriangles = 1 << 12;
 // kChunkTriangles by several tasks; the chunks' results are merged in order.
 constexpr int32_t kParallelRunTriangles = 1 << 17;
 constexpr int32_t kChunkTriangles = 1 << 15;
+// Runs shorter than this are binned with one set of bins.
+constexpr int32_t kTwoBinSetTriangles = 256;
+
+// An array of `size` default values, held inline up to the usual bin count:
+// the bottom of a tree is many small nodes, each binned once.
+template <class T>
+class SmallArray {
+public:
+    explicit SmallArray(int size) : size_(size) {
+        if (size > kInline) heap_.resize(static_cast<size_t>(size));
+    }
+    T& operator[](int k) { return size_ > kInline ? heap_[static_cast<size_t>(k)] : inline_[k]; }
+    const T& operator[](int k) const { return size_ > kInline ? heap_[static_cast<size_t>(k)] : inline_[k]; }
+    int Size() const { return size_; }
+
+private:
+    static constexpr int kInline = 16;
+    int size_;
+    std::array<T, kInline> inline_{};
+    std::vector<T> heap_;
+};
+
+using Bins = SmallArray<RangeBounds>;
 
 class Builder {
 public:
@@ -166,7 +182,9 @@ private:
 
         int32_t middle = -1;
         RangeBounds left, right;
-        if (extent > 0.0f && depth < kMaxHeuristicDepth)
+        // With fewer triangles than bins some bin is empty, and the heuristic
+        // splits only runs whose every bin holds a triangle (below).
+        if (extent > 0.0f && depth < kMaxHeuristicDepth && count >= options_.binCount)
             middle = SplitByHeuristic(begin, end, axis, centres, left, right);
         if (middle <= begin || middle >= end) {
             // All centres coincide, the depth limit is reached, or the heuristic
@@ -222,14 +240,19 @@ private:
                           options_.binCount - 1);
     }
 
-    using Bins = std::vector<RangeBounds>;
-
-    // Neighbouring triangles mostly fall into the same bin; two sets of bins,
-    // one for every other triangle, let the updates of one not wait for the
-    // previous one's.
+    // Neighbouring triangles mostly fall into the same bin; over long runs two
+    // sets of bins, one for every other triangle, let the updates of one not
+    // wait for the previous one's.
     void BinSerial(int32_t begin, int32_t end, int axis, const Box& centres, Bins& bins) {
-        Bins odd(bins.size());
         int32_t i = begin;
+        if (end - begin < kTwoBinSetTriangles) {
+            for (; i < end; ++i) {
+                refs_[i].bin = Bin(refs_[i], axis, centres);
+                bins[refs_[i].bin].Add(refs_[i]);
+            }
+            return;
+        }
+        Bins odd(bins.Size());
         for (; i + 1 < end; i += 2) {
             TriangleRef& even = refs_[i];
             TriangleRef& next = refs_[i + 1];
@@ -242,13 +265,13 @@ private:
             refs_[i].bin = Bin(refs_[i], axis, centres);
             bins[refs_[i].bin].Add(refs_[i]);
         }
-        for (size_t b = 0; b < bins.size(); ++b) bins[b].Merge(odd[b]);
+        for (int b = 0; b < bins.Size(); ++b) bins[b].Merge(odd[b]);
     }
 
     void BinRun(int32_t begin, int32_t end, int axis, const Box& centres, Bins& bins) {
         if (end - begin < kParallelRunTriangles) return BinSerial(begin, end, axis, centres, bins);
         const int32_t chunks = (end - begin + kChunkTriangles - 1) / kChunkTriangles;
-        std::vector<Bins> parts(static_cast<size_t>(chunks), Bins(bins.size()));
+        std::vector<Bins> parts(static_cast<size_t>(chunks), Bins(bins.Size()));
         for (int32_t c = 0; c < chunks; ++c) {
 #pragma omp task default(shared) firstprivate(c)
             BinSerial(begin + c * kChunkTriangles, std::min(end, begin + (c + 1) * kChunkTriangles), axis,
@@ -259,20 +282,27 @@ private:
             for (int b = 0; b < options_.binCount; ++b) bins[b].Merge(part[b]);
     }
 
-    // Binned surface-area heuristic; returns the partition point, or -1. On
-    // success `left` and `right` are the boxes of the two sides, taken from
-    // the bins (the same minima and maxima a pass over each side would find).
+    // Binned surface-area heuristic; returns the partition point, or -1 when
+    // some bin is empty: a split is priced only when every bin holds a
+    // triangle, and otherwise the run is halved at the median. (The costs were
+    // first written with an empty bin's box counting as infinite, which rules
+    // out every split; the trees, and so the order of the segments a cut
+    // returns, have been built that way since.) On success `left` and `right`
+    // are the boxes of the two sides, taken from the bins (the same minima and
+    // maxima a pass over each side would find).
     int32_t SplitByHeuristic(int32_t begin, int32_t end, int axis, const Box& centres, RangeBounds& left,
                              RangeBounds& right) {
         const int bins = options_.binCount;
-        Bins binStats(static_cast<size_t>(bins));
+        Bins binStats(bins);
         BinRun(begin, end, axis, centres, binStats);
+        for (int b = 0; b < bins; ++b)
+            if (binStats[b].count == 0) return -1;
         // Costs of every split after bin s: sweep from the right, then the left.
-        std::vector<double> rightCost(static_cast<size_t>(bins), 0.0);
+        SmallArray<double> rightCost(bins);
         Box rightBox;
         int32_t rightCount = 0;
         for (int s = bins - 1; s > 0; --s) {
-            rightBox.Grow(binStats[s].bounds);
+            rightBox.Merge(binStats[s].bounds);
             rightCount += binStats[s].count;
             rightCost[s] = rightBox.HalfArea() * rightCount;
         }
@@ -281,16 +311,14 @@ private:
         double bestCost = std::numeric_limits<double>::infinity();
         int bestSplit = -1;
         for (int s = 1; s < bins; ++s) {
-            leftBox.Grow(binStats[s - 1].bounds);
+            leftBox.Merge(binStats[s - 1].bounds);
             leftCount += binStats[s - 1].count;
-            if (leftCount == 0 || leftCount == end - begin) continue;
             const double cost = leftBox.HalfArea() * leftCount + rightCost[s];
             if (cost < bestCost) {
                 bestCost = cost;
                 bestSplit = s;
             }
         }
-        if (bestSplit < 0) return -1;
         for (int b = 0; b < bins; ++b) (b < bestSplit ? left : right).Merge(binStats[b]);
         const auto middle = std::partition(refs_.begin() + begin, refs_.begin() + end,
                                            [&](const TriangleRef& t) { return t.bin < bestSplit; });
