@@ -29,13 +29,14 @@ struct Box {
             hi[a] = std::max(hi[a], p[a]);
         }
     }
-    // The union with a box that is not empty.
-    void Merge(const Box& b) {
+    // The union with a box that is not empty, given by its corners.
+    void Merge(const float otherLo[3], const float otherHi[3]) {
         for (int a = 0; a < 3; ++a) {
-            lo[a] = std::min(lo[a], b.lo[a]);
-            hi[a] = std::max(hi[a], b.hi[a]);
+            lo[a] = std::min(lo[a], otherLo[a]);
+            hi[a] = std::max(hi[a], otherHi[a]);
         }
     }
+    void Merge(const Box& b) { Merge(b.lo, b.hi); }
     double HalfArea() const {
         if (lo[0] > hi[0]) return 0.0;
         const double x = hi[0] - lo[0], y = hi[1] - lo[1], z = hi[2] - lo[2];
@@ -48,11 +49,11 @@ struct Box {
 // order. The centre is formed where it is needed, always by the same
 // expression.
 struct TriangleRef {
-    Box box;
+    float lo[3], hi[3];  // the triangle's box
     int32_t triangle;
     int32_t bin;
 
-    float Centre(int axis) const { return 0.5f * (box.lo[axis] + box.hi[axis]); }
+    float Centre(int axis) const { return 0.5f * (lo[axis] + hi[axis]); }
 };
 
 // The boxes of a run of triangles and of their centres. Min and max are exact,
@@ -62,7 +63,7 @@ struct RangeBounds {
     int32_t count = 0;
 
     void Add(const TriangleRef& ref) {
-        bounds.Merge(ref.box);
+        bounds.Merge(ref.lo, ref.hi);
         const float c[3] = {ref.Centre(0), ref.Centre(1), ref.Centre(2)};
         centres.Grow(c);
         ++count;
@@ -71,6 +72,23 @@ struct RangeBounds {
         if (other.count == 0) return;
         bounds.Merge(other.bounds);
         centres.Merge(other.centres);
+        count += other.count;
+    }
+};
+
+// What a split needs of one bin: the box of its triangles and their count. The
+// centres' boxes of the two sides are gathered while the run is partitioned.
+struct BinStats {
+    Box bounds;
+    int32_t count = 0;
+
+    void Add(const TriangleRef& ref) {
+        bounds.Merge(ref.lo, ref.hi);
+        ++count;
+    }
+    void Merge(const BinStats& other) {
+        if (other.count == 0) return;
+        bounds.Merge(other.bounds);
         count += other.count;
     }
 };
@@ -124,12 +142,11 @@ private:
     std::vector<T> heap_;
 };
 
-using Bins = SmallArray<RangeBounds>;
+using Bins = SmallArray<BinStats>;
 
 class Builder {
 public:
-    Builder(std::vector<TriangleRef>& refs, const BvhBuildOptions& options)
-        : refs_(refs), options_(options) {}
+    Builder(TriangleRef* refs, const BvhBuildOptions& options) : refs_(refs), options_(options) {}
 
     // The piece rooted at triangles begin .. end - 1, whose boxes are `range`.
     void BuildPiece(int32_t begin, int32_t end, int depth, const RangeBounds& range, TreePiece& piece) {
@@ -191,7 +208,7 @@ private:
             // found no useful split: halve at the median along the axis.
             middle = begin + count / 2;
             std::nth_element(
-                refs_.begin() + begin, refs_.begin() + middle, refs_.begin() + end,
+                refs_ + begin, refs_ + middle, refs_ + end,
                 [&](const TriangleRef& a, const TriangleRef& b) { return a.Centre(axis) < b.Centre(axis); });
             left = Measure(begin, middle);
             right = Measure(middle, end);
@@ -211,6 +228,9 @@ private:
         if (end - begin < kTaskTriangles) return Build(begin, end, depth, range, piece);
         piece.spawned.push_back(std::make_unique<TreePiece>());
         TreePiece* child = piece.spawned.back().get();
+        // At most 2 n - 1 nodes over n triangles; room that is never written
+        // is never touched.
+        child->nodes.reserve(2 * static_cast<size_t>(end - begin));
         const int32_t code = -static_cast<int32_t>(piece.spawned.size());
         const RangeBounds childRange = range;
 #pragma omp task default(shared) firstprivate(begin, end, depth, childRange, child)
@@ -319,13 +339,28 @@ private:
                 bestSplit = s;
             }
         }
-        for (int b = 0; b < bins; ++b) (b < bestSplit ? left : right).Merge(binStats[b]);
-        const auto middle = std::partition(refs_.begin() + begin, refs_.begin() + end,
-                                           [&](const TriangleRef& t) { return t.bin < bestSplit; });
-        return static_cast<int32_t>(middle - refs_.begin());
+        BinStats leftBins, rightBins;
+        for (int b = 0; b < bins; ++b) {
+            BinStats& side = b < bestSplit ? leftBins : rightBins;
+            side.Merge(binStats[b]);
+        }
+        left.bounds = leftBins.bounds;
+        left.count = leftBins.count;
+        right.bounds = rightBins.bounds;
+        right.count = rightBins.count;
+        // A correct partition tests every triangle at least once, and taking a
+        // centre into its side's box twice changes nothing: the test gathers
+        // the centres' boxes of both sides on the way.
+        const auto middle = std::partition(refs_ + begin, refs_ + end, [&](const TriangleRef& t) {
+            const bool toLeft = t.bin < bestSplit;
+            const float c[3] = {t.Centre(0), t.Centre(1), t.Centre(2)};
+            (toLeft ? left : right).centres.Grow(c);
+            return toLeft;
+        });
+        return static_cast<int32_t>(middle - refs_);
     }
 
-    std::vector<TriangleRef>& refs_;
+    TriangleRef* refs_;
     const BvhBuildOptions& options_;
 };
 
@@ -444,19 +479,30 @@ std::shared_ptr<zrbvh::BvhTree> BuildBvh(const float* positions, int32_t vertexC
     if (const int32_t bad = FirstBadTriangle(positions, vertexCount, indices, triangleCount); bad >= 0)
         RefuseTriangle(positions, vertexCount, indices, bad);
 
-    std::vector<TriangleRef> refs(static_cast<size_t>(triangleCount));
+    // Not initialised here: the threads write every entry, so that its pages
+    // are first touched on both cores.
+    auto refs = std::make_unique_for_overwrite<TriangleRef[]>(static_cast<size_t>(triangleCount));
 #pragma omp parallel for schedule(static)
     for (int32_t t = 0; t < triangleCount; ++t) {
         TriangleRef& ref = refs[t];
         ref.triangle = t;
-        for (int k = 0; k < 3; ++k)
-            ref.box.Grow(positions + 3 * static_cast<size_t>(indices[3 * static_cast<size_t>(t) + k]));
+        const uint32_t* corners = indices + 3 * static_cast<size_t>(t);
+        const float* p = positions + 3 * static_cast<size_t>(corners[0]);
+        std::copy(p, p + 3, ref.lo);
+        std::copy(p, p + 3, ref.hi);
+        for (int k = 1; k < 3; ++k) {
+            p = positions + 3 * static_cast<size_t>(corners[k]);
+            for (int a = 0; a < 3; ++a) {
+                ref.lo[a] = std::min(ref.lo[a], p[a]);
+                ref.hi[a] = std::max(ref.hi[a], p[a]);
+            }
+        }
     }
 
     // One team builds the whole tree: the top splits bin in chunks on every
     // thread, and every subtree above kTaskTriangles is a task of its own.
     TreePiece root;
-    Builder builder(refs, options);
+    Builder builder(refs.get(), options);
 #pragma omp parallel
 #pragma omp single
     builder.BuildPiece(0, triangleCount, 0, builder.Measure(0, triangleCount), root);
@@ -465,8 +511,8 @@ std::shared_ptr<zrbvh::BvhTree> BuildBvh(const float* positions, int32_t vertexC
     owned->scene = zrbvh::BvhScene{positions, indices, vertexCount, triangleCount};
     owned->tree.scene = &owned->scene;
     owned->tree.triangleIndices.Reallocate(triangleCount);
-    for (const TriangleRef& ref : refs) owned->tree.triangleIndices.PushBack(ref.triangle);
-    std::vector<TriangleRef>().swap(refs);
+    for (int32_t t = 0; t < triangleCount; ++t) owned->tree.triangleIndices.PushBack(refs[t].triangle);
+    refs.reset();
     owned->nodes = std::make_unique<NodeBlock>(root);
     owned->tree.root = owned->nodes->Root();
     // Shares ownership of the holder while pointing at its tree.
