@@ -10,6 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -168,6 +169,8 @@ struct Refusal {
     std::function<void(zrobjects::MeshArrays&, zrobjects::BvhBuildOptions&)> spoil;
     const char* message;
 };
+
+void PrintTo(const Refusal& refusal, std::ostream* out) { *out << refusal.name; }
 
 class BvhBuilderRefuses : public testing::TestWithParam<Refusal> {};
 
