@@ -348,16 +348,35 @@ private:
         left.count = leftBins.count;
         right.bounds = rightBins.bounds;
         right.count = rightBins.count;
-        // A correct partition tests every triangle at least once, and taking a
-        // centre into its side's box twice changes nothing: the test gathers
-        // the centres' boxes of both sides on the way.
-        const auto middle = std::partition(refs_ + begin, refs_ + end, [&](const TriangleRef& t) {
-            const bool toLeft = t.bin < bestSplit;
+        return Partition(begin, end, bestSplit, left.centres, right.centres);
+    }
+
+    // Moves the triangles of bins below `split` to the front, as a Hoare
+    // partition does (from the front, pass over those that belong there; from
+    // the back, pass over those that do not; swap the pair found), and gathers
+    // each side's box of centres on the way. Returns the first of the back.
+    int32_t Partition(int32_t begin, int32_t end, int split, Box& leftCentres, Box& rightCentres) {
+        Box front, back;  // locals, so that they stay in registers
+        auto take = [](Box& box, const TriangleRef& t) {
             const float c[3] = {t.Centre(0), t.Centre(1), t.Centre(2)};
-            (toLeft ? left : right).centres.Grow(c);
-            return toLeft;
-        });
-        return static_cast<int32_t>(middle - refs_);
+            box.Grow(c);
+        };
+        TriangleRef* first = refs_ + begin;
+        TriangleRef* last = refs_ + end;
+        for (;;) {
+            for (; first != last && first->bin < split; ++first) take(front, *first);
+            if (first == last) break;
+            take(back, *first);
+            --last;
+            for (; first != last && !(last->bin < split); --last) take(back, *last);
+            if (first == last) break;
+            take(front, *last);
+            std::swap(*first, *last);
+            ++first;
+        }
+        leftCentres = front;
+        rightCentres = back;
+        return static_cast<int32_t>(first - refs_);
     }
 
     TriangleRef* refs_;
