@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "buffered_bytes.h"
@@ -59,48 +60,31 @@ T Load(const unsigned char* at, bool swap) {
     return value;
 }
 
-double AsDouble(const unsigned char* at, Type type, bool swap) {
+// A stored value of `type` as a `Result`. Integer results are asked only of
+// integer types (the header is checked for that).
+template <class Result>
+Result LoadAs(const unsigned char* at, Type type, bool swap) {
     switch (type) {
         case Type::Int8:
-            return Load<int8_t>(at, swap);
+            return static_cast<Result>(Load<int8_t>(at, swap));
         case Type::Uint8:
-            return Load<uint8_t>(at, swap);
+            return static_cast<Result>(Load<uint8_t>(at, swap));
         case Type::Int16:
-            return Load<int16_t>(at, swap);
+            return static_cast<Result>(Load<int16_t>(at, swap));
         case Type::Uint16:
-            return Load<uint16_t>(at, swap);
+            return static_cast<Result>(Load<uint16_t>(at, swap));
         case Type::Int32:
-            return Load<int32_t>(at, swap);
+            return static_cast<Result>(Load<int32_t>(at, swap));
         case Type::Uint32:
-            return Load<uint32_t>(at, swap);
+            return static_cast<Result>(Load<uint32_t>(at, swap));
         case Type::Float32:
-            return Load<float>(at, swap);
+            if constexpr (std::is_floating_point_v<Result>) return static_cast<Result>(Load<float>(at, swap));
+            break;
         case Type::Float64:
-            return Load<double>(at, swap);
-    }
-    return 0.0;
-}
-
-// Integer types only (checked when the header is read).
-int64_t AsInteger(const unsigned char* at, Type type, bool swap) {
-    switch (type) {
-        case Type::Int8:
-            return Load<int8_t>(at, swap);
-        case Type::Uint8:
-            return Load<uint8_t>(at, swap);
-        case Type::Int16:
-            return Load<int16_t>(at, swap);
-        case Type::Uint16:
-            return Load<uint16_t>(at, swap);
-        case Type::Int32:
-            return Load<int32_t>(at, swap);
-        case Type::Uint32:
-            return Load<uint32_t>(at, swap);
-        case Type::Float32:
-        case Type::Float64:
+            if constexpr (std::is_floating_point_v<Result>) return static_cast<Result>(Load<double>(at, swap));
             break;
     }
-    return -1;
+    return Result{0};
 }
 
 // What a vertex property is to the mesh.
@@ -233,7 +217,7 @@ bool ReadRecord(BufferedBytes& in, const Element& element, bool swap, Scalar&& s
         }
         const unsigned char* counted = in.Take(SizeOf(property.countType));
         if (!counted) return false;
-        const int64_t count = AsInteger(counted, property.countType, swap);
+        const int64_t count = LoadAs<int64_t>(counted, property.countType, swap);
         if (count < 0 || static_cast<uint64_t>(count) > kMaxListItems)
             throw InputError(path, element.name + " " + std::to_string(record) + " has a " + property.name +
                                        " list of " + std::to_string(count) + " items");
@@ -325,11 +309,11 @@ std::optional<zrobjects::MeshArrays> ReadBinaryPly(const std::string& path, Load
                     case Role::Y:
                     case Role::Z:
                         mesh.positions[3 * record + static_cast<int>(property.role) - 1] =
-                            static_cast<float>(AsDouble(at, property.type, swap));
+                            static_cast<float>(LoadAs<double>(at, property.type, swap));
                         return;
                     default:
                         mesh.normals[3 * record + static_cast<int>(property.role) - 4] =
-                            static_cast<float>(AsDouble(at, property.type, swap));
+                            static_cast<float>(LoadAs<double>(at, property.type, swap));
                         return;
                 }
             };
@@ -340,7 +324,7 @@ std::optional<zrobjects::MeshArrays> ReadBinaryPly(const std::string& path, Load
                 const size_t size = SizeOf(type);
                 uint32_t first = 0, previous = 0;
                 for (size_t j = 0; j < count; ++j) {
-                    const int64_t index = AsInteger(at + j * size, type, swap);
+                    const int64_t index = LoadAs<int64_t>(at + j * size, type, swap);
                     if (index < 0 || static_cast<uint64_t>(index) >= vertexCount)
                         throw InputError(path, "face " + std::to_string(record) + " names vertex " +
                                                    std::to_string(index) + ", past the " +
