@@ -11,6 +11,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace zrobjects {
@@ -384,17 +385,18 @@ private:
 };
 
 // The node objects of every piece, in one block, depth first with child 0
-// before child 1.
+// before child 1. A spawned piece is a whole subtree, so its nodes take one
+// run of the block whose length is known beforehand: the pieces are placed by
+// tasks, each from its own start.
 class NodeBlock {
 public:
     explicit NodeBlock(const TreePiece& root) {
-        int64_t inner = 0, leaves = 0;
-        Count(root, inner, leaves);
-        bytes_ = static_cast<size_t>(inner) * sizeof(zrbvh::BvhInnerNode) +
-                 static_cast<size_t>(leaves) * sizeof(zrbvh::BvhLeafNode);
+        const size_t bytes = Measure(root);
         // Default-initialised: every byte is written by the placements below.
-        block_.reset(new std::byte[bytes_]);
-        rootNode_ = Place(root, 0);
+        block_.reset(new std::byte[bytes]);
+#pragma omp parallel
+#pragma omp single
+        rootNode_ = PlacePiece(root, 0);
     }
     // The nodes are plain objects in the block: it is released without
     // running their destructors, which would delete children one by one.
@@ -405,37 +407,50 @@ private:
                       sizeof(zrbvh::BvhLeafNode) % alignof(zrbvh::BvhInnerNode) == 0,
                   "node sizes keep the next node aligned");
 
-    static void Count(const TreePiece& piece, int64_t& inner, int64_t& leaves) {
-        inner += piece.innerCount;
-        leaves += piece.leafCount;
-        for (const auto& child : piece.spawned) Count(*child, inner, leaves);
+    // The bytes of the piece's whole subtree, kept for placing it.
+    size_t Measure(const TreePiece& piece) {
+        size_t bytes = static_cast<size_t>(piece.innerCount) * sizeof(zrbvh::BvhInnerNode) +
+                       static_cast<size_t>(piece.leafCount) * sizeof(zrbvh::BvhLeafNode);
+        for (const auto& child : piece.spawned) bytes += Measure(*child);
+        pieceBytes_[&piece] = bytes;
+        return bytes;
     }
 
-    zrbvh::BvhNode* Place(const TreePiece& piece, int32_t index) {
+    zrbvh::BvhNode* PlacePiece(const TreePiece& piece, size_t start) {
+        size_t cursor = start;
+        return Place(piece, 0, cursor);
+    }
+
+    zrbvh::BvhNode* Place(const TreePiece& piece, int32_t index, size_t& cursor) {
         if (index < 0) {
-            const TreePiece& spawned = *piece.spawned[static_cast<size_t>(-index - 1)];
-            return Place(spawned, 0);
+            const TreePiece* spawned = piece.spawned[static_cast<size_t>(-index - 1)].get();
+            const size_t start = cursor;
+            cursor += pieceBytes_.at(spawned);
+#pragma omp task default(shared) firstprivate(spawned, start)
+            PlacePiece(*spawned, start);
+            // The piece's root is the first node of its run.
+            return reinterpret_cast<zrbvh::BvhNode*>(block_.get() + start);
         }
         const PlanNode& plan = piece.nodes[static_cast<size_t>(index)];
-        void* at = block_.get() + used_;
+        void* at = block_.get() + cursor;
         if (plan.leaf) {
             auto* leaf = new (at) zrbvh::BvhLeafNode();
-            used_ += sizeof(zrbvh::BvhLeafNode);
+            cursor += sizeof(zrbvh::BvhLeafNode);
             std::copy(plan.bounds, plan.bounds + 6, leaf->bounds);
             leaf->lo = plan.first;
             leaf->hi = plan.second;
             return leaf;
         }
         auto* inner = new (at) zrbvh::BvhInnerNode();
-        used_ += sizeof(zrbvh::BvhInnerNode);
+        cursor += sizeof(zrbvh::BvhInnerNode);
         std::copy(plan.bounds, plan.bounds + 6, inner->bounds);
-        inner->children[0] = Place(piece, plan.first);
-        inner->children[1] = Place(piece, plan.second);
+        inner->children[0] = Place(piece, plan.first, cursor);
+        inner->children[1] = Place(piece, plan.second, cursor);
         return inner;
     }
 
     std::unique_ptr<std::byte[]> block_;
-    size_t bytes_ = 0, used_ = 0;
+    std::unordered_map<const TreePiece*, size_t> pieceBytes_;  // written before the tasks, then only read
     zrbvh::BvhNode* rootNode_ = nullptr;
 };
 
