@@ -39,7 +39,6 @@ struct Box {
     }
     void Merge(const Box& b) { Merge(b.lo, b.hi); }
     double HalfArea() const {
-        if (lo[0] > hi[0]) return 0.0;
         const double x = hi[0] - lo[0], y = hi[1] - lo[1], z = hi[2] - lo[2];
         return x * y + y * z + z * x;
     }
@@ -118,7 +117,8 @@ constexpr int kMaxHeuristicDepth = 48;
 // Subtrees of at least this many triangles are built by a task of their own.
 constexpr int32_t kTaskTriangles = 1 << 12;
 // Runs of at least this many triangles are binned and measured in chunks of
-// kChunkTriangles by several tasks; the chunks' results are merged in order.
+// kChunkTriangles by several tasks; the chunks' boxes are merged by min and
+// max, which gives the same bits in any order.
 constexpr int32_t kParallelRunTriangles = 1 << 17;
 constexpr int32_t kChunkTriangles = 1 << 15;
 // Runs shorter than this are binned with one set of bins.
@@ -340,6 +340,7 @@ private:
                 bestSplit = s;
             }
         }
+        if (bestSplit < 0) return -1;  // boxes too large for their area to be a number
         BinStats leftBins, rightBins;
         for (int b = 0; b < bins; ++b) {
             BinStats& side = b < bestSplit ? leftBins : rightBins;
