@@ -340,7 +340,7 @@ private:
                 bestSplit = s;
             }
         }
-        if (bestSplit < 0) return -1;  // boxes too large for their area to be a number
+        if (bestSplit < 0) return -1;  // every cost infinite: boxes near the float limits
         BinStats leftBins, rightBins;
         for (int b = 0; b < bins; ++b) {
             BinStats& side = b < bestSplit ? leftBins : rightBins;
