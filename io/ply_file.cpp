@@ -294,6 +294,8 @@ std::optional<zrobjects::MeshArrays> ReadBinaryPly(const std::string& path, Load
     if (face) mesh.indices.reserve(3 * face->count);
 
     for (const Element& element : header.elements) {
+        // An element without properties holds no bytes, however many it counts.
+        if (element.properties.empty()) continue;
         const bool isVertex = &element == vertex, isFace = &element == face;
         for (uint64_t record = 0; record < element.count; ++record) {
             if (progress && record % 65536 == 0)

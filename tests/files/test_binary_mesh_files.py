@@ -159,6 +159,7 @@ LAYOUTS = [
     ("sized-type-names.ply", surface_as("ply", names=PLY_SIZED_TYPES, vertex_name="vertex_index")),
     ("utf8-comment.ply", surface_as("ply", comment="segmented by Zoë Ørsted, 3 µm")),
     ("extra-elements.ply", surface_as("ply", before=EDGES, after=MATERIAL)),
+    ("empty-element.ply", surface_as("ply", before=("element nothing 4000000000000", b""))),
 ]
 
 
