@@ -33,7 +33,8 @@ LoadProgress::LoadProgress(std::string file)
       prefix_(Current().prefix),
       shown_(Current().shown),
       after_(Current().afterSeconds),
-      start_(std::chrono::steady_clock::now()) {
+      start_(std::chrono::steady_clock::now()),
+      exceptionsAtStart_(std::uncaught_exceptions()) {
     if (!shown_) return;
     // Due at once: the first line is out before any work starts.
     if (after_ <= 0.0) Print(std::string(stage_.load()), false);
@@ -48,7 +49,7 @@ LoadProgress::~LoadProgress() {
     }
     wake_.notify_all();
     watcher_.join();
-    if (std::uncaught_exceptions() > 0) {
+    if (std::uncaught_exceptions() > exceptionsAtStart_) {
         // The load failed: the error says why, on a line of its own.
         if (printed_) std::fputs("\r\033[K", stderr);
         return;

@@ -40,6 +40,7 @@ private:
     bool shown_ = false;
     double after_ = 1.0;
     std::chrono::steady_clock::time_point start_;
+    int exceptionsAtStart_ = 0;  // more at the end: the load is failing
     std::atomic<const char*> stage_{"reading"};
     std::atomic<double> fraction_{-1.0};
     std::mutex mutex_;  // guards done_ and the line
