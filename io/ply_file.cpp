@@ -349,7 +349,6 @@ std::optional<zrobjects::MeshArrays> ReadBinaryPly(const std::string& path, Load
             throw InputError(
                 path, "its faces have fewer than three corners; only surfaces and point sets can be drawn");
         mesh.topology = 3;  // a point set
-        mesh.indices.clear();
         return mesh;
     }
     if (mesh.indices.size() / 3 > static_cast<size_t>(INT32_MAX))
