@@ -464,29 +464,6 @@ struct OwnedTree {
     ~OwnedTree() { tree.root = nullptr; }  // the block owns the nodes
 };
 
-// The first triangle (in index order) with an index past the vertices or a
-// corner that is not finite, or -1; checked in parallel, reported in order.
-int32_t FirstBadTriangle(const float* positions, int32_t vertexCount, const uint32_t* indices,
-                         int32_t triangleCount) {
-    int32_t first = triangleCount;
-#pragma omp parallel for schedule(static) reduction(min : first)
-    for (int32_t t = 0; t < triangleCount; ++t) {
-        for (int k = 0; k < 3; ++k) {
-            const uint32_t vertex = indices[3 * static_cast<size_t>(t) + k];
-            if (vertex >= static_cast<uint32_t>(vertexCount)) {
-                first = std::min(first, t);
-                break;
-            }
-            const float* p = positions + 3 * static_cast<size_t>(vertex);
-            if (!std::isfinite(p[0]) || !std::isfinite(p[1]) || !std::isfinite(p[2])) {
-                first = std::min(first, t);
-                break;
-            }
-        }
-    }
-    return first < triangleCount ? first : -1;
-}
-
 [[noreturn]] void RefuseTriangle(const float* positions, int32_t vertexCount, const uint32_t* indices,
                                  int32_t t) {
     for (int k = 0; k < 3; ++k) {
@@ -511,17 +488,27 @@ std::shared_ptr<zrbvh::BvhTree> BuildBvh(const float* positions, int32_t vertexC
     if (triangleCount <= 0) throw std::invalid_argument("BVH build: triangle count must be positive");
     if (options.maxLeafTriangles < 1 || options.binCount < 2)
         throw std::invalid_argument("BVH build: leaf size must be at least 1 and bin count at least 2");
-    if (const int32_t bad = FirstBadTriangle(positions, vertexCount, indices, triangleCount); bad >= 0)
-        RefuseTriangle(positions, vertexCount, indices, bad);
-
-    // Not initialised here: the threads write every entry, so that its pages
-    // are first touched on both cores.
+    // The triangles' boxes, written on every thread, so that their pages are
+    // first touched on both cores. The first triangle (in index order) with an
+    // index past the vertices or a corner that is not finite is refused.
     auto refs = std::make_unique_for_overwrite<TriangleRef[]>(static_cast<size_t>(triangleCount));
-#pragma omp parallel for schedule(static)
+    int32_t bad = triangleCount;
+#pragma omp parallel for schedule(static) reduction(min : bad)
     for (int32_t t = 0; t < triangleCount; ++t) {
         TriangleRef& ref = refs[t];
         ref.triangle = t;
         const uint32_t* corners = indices + 3 * static_cast<size_t>(t);
+        bool usable = true;
+        for (int k = 0; k < 3 && usable; ++k) {
+            usable = corners[k] < static_cast<uint32_t>(vertexCount);
+            if (!usable) break;
+            const float* p = positions + 3 * static_cast<size_t>(corners[k]);
+            usable = std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
+        }
+        if (!usable) {
+            bad = std::min(bad, t);
+            continue;
+        }
         const float* p = positions + 3 * static_cast<size_t>(corners[0]);
         std::copy(p, p + 3, ref.lo);
         std::copy(p, p + 3, ref.hi);
@@ -533,6 +520,7 @@ std::shared_ptr<zrbvh::BvhTree> BuildBvh(const float* positions, int32_t vertexC
             }
         }
     }
+    if (bad < triangleCount) RefuseTriangle(positions, vertexCount, indices, bad);
 
     // One team builds the whole tree: the top splits bin in chunks on every
     // thread, and every subtree above kTaskTriangles is a task of its own.
@@ -545,9 +533,13 @@ std::shared_ptr<zrbvh::BvhTree> BuildBvh(const float* positions, int32_t vertexC
     auto owned = std::make_shared<OwnedTree>();
     owned->scene = zrbvh::BvhScene{positions, indices, vertexCount, triangleCount};
     owned->tree.scene = &owned->scene;
-    owned->tree.triangleIndices.Reallocate(triangleCount);
-    for (int32_t t = 0; t < triangleCount; ++t) owned->tree.triangleIndices.PushBack(refs[t].triangle);
-    refs.reset();
+    {
+        std::vector<int32_t> order(static_cast<size_t>(triangleCount));
+#pragma omp parallel for schedule(static)
+        for (int32_t t = 0; t < triangleCount; ++t) order[t] = refs[t].triangle;
+        refs.reset();
+        owned->tree.triangleIndices.Assign(order.data(), triangleCount);
+    }
     owned->nodes = std::make_unique<NodeBlock>(root);
     owned->tree.root = owned->nodes->Root();
     // Shares ownership of the holder while pointing at its tree.
