@@ -17,7 +17,6 @@
 #include "common/matrix_record.h"
 #include "host/mesh_builder.h"
 #include "host/plugin_interface.h"
-#include "host/zr_camera.h"
 #include "mesh/bvh/bvh_node.h"
 #include "mesh/line_drawing.h"
 #include "mesh/plane_cut.h"
@@ -28,9 +27,7 @@ namespace {
 struct M1Scene {
     std::shared_ptr<zrobjects::ZrVObjectPrimitive> torus;
     std::shared_ptr<zrobjects::ZrIObject> image;
-    glm::vec3 planePoint;
-    glm::vec3 planeNormal;
-    zrcommon::Matrix16 objectToScreen;
+    zrbench::MeshCutView cut;
 };
 
 const M1Scene& Scene() {
@@ -39,17 +36,7 @@ const M1Scene& Scene() {
         s.torus = zrobjects::MakeMeshPrimitive(
             zrobjects::MakeTorusArrays(60.0, 25.0, 1000, 500, zrbench::VolumeV1Centre()));
         s.image = zrobjects::MakeSectionImage(zrbench::PlaneP1View());
-        // The plane as the driver forms it for an object placed at the world
-        // origin: the camera position and up x right (= the view direction).
-        glm::vec3 position, view, up;
-        zrobjects::ZrCObject& camera = *s.image->GetCameraObject();
-        camera.GetCameraExtStatef(position, view, up);
-        const glm::vec3 right = glm::cross(view, up);
-        s.planePoint = position;
-        s.planeNormal = glm::cross(up, right);
-        glm::dmat4 f0, f1, f2;
-        camera.GetMatrixWStoSS(f0, f1, f2);
-        s.objectToScreen = zrcommon::ToMatrixRecord(glm::mat4(zrobjects::ComposeApplied(f0, f1, f2)));
+        s.cut = zrbench::MeshCutViewOf(*s.image);
         return s;
     }();
     return scene;
@@ -78,7 +65,7 @@ void M1_PlaneCutTorus(benchmark::State& state) {
     for (auto _ : state) {
         lines.clear();
         lines.reserve(30000);
-        zrmesh::CutMeshWithPlane(scene.planePoint, scene.planeNormal, data, tree, scene.objectToScreen,
+        zrmesh::CutMeshWithPlane(scene.cut.planePoint, scene.cut.planeNormal, data, tree, scene.cut.objectToScreen,
                                  segmentTarget);
         segments = lines.size() / 4;
         benchmark::DoNotOptimize(target.data());

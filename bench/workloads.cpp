@@ -158,6 +158,17 @@ std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image() {
     return image;
 }
 
+MeshCutView MeshCutViewOf(zrobjects::ZrIObject& image) {
+    glm::vec3 position, view, up;
+    zrobjects::ZrCObject& camera = *image.GetCameraObject();
+    camera.GetCameraExtStatef(position, view, up);
+    const glm::vec3 right = glm::cross(view, up);
+    glm::dmat4 f0, f1, f2;
+    camera.GetMatrixWStoSS(f0, f1, f2);
+    return MeshCutView{position, glm::cross(up, right),
+                       zrcommon::ToMatrixRecord(glm::mat4(zrobjects::ComposeApplied(f0, f1, f2)))};
+}
+
 SliceGeometry MakeSliceGeometry(zrobjects::ZrIObject& image, const zrobjects::ZrVObjectVolume& volume,
                                 const glm::mat4& entryWorld) {
     zrobjects::ZrCObject* camera = image.GetCameraObject();

@@ -69,6 +69,18 @@ zrobjects::SectionView PlaneP1View();
 // colour buffers (usage 1) 0, 1 and 2 and the 16-bit value buffer (usage 3) 0.
 std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image();
 
+// ---- Mesh cut as the sectional mesh renderer sets it up ----
+
+struct MeshCutView {
+    glm::vec3 planePoint;   // the camera position
+    glm::vec3 planeNormal;  // up x right, that is the view direction
+    zrcommon::Matrix16 objectToScreen;
+};
+
+// The plane and screen transform the mesh driver forms for an object placed at
+// the world origin in the view of `image`'s camera.
+MeshCutView MeshCutViewOf(zrobjects::ZrIObject& image);
+
 // ---- Slice geometry as the sectional volume renderer derives it ----
 
 struct SliceGeometry {

@@ -9,7 +9,7 @@
 
 namespace zrobjects {
 
-std::shared_ptr<ZrVObjectPrimitive> MakeMeshPrimitive(const MeshArrays& arrays) {
+std::shared_ptr<ZrVObjectPrimitive> MakeMeshPrimitive(MeshArrays arrays) {
     const bool triangles = arrays.topology == zrenums::EzrPrimitiveTopology_Triangles;
     if (!triangles && arrays.topology != zrenums::EzrPrimitiveTopology_Points)
         throw std::invalid_argument("mesh: topology " + std::to_string(arrays.topology) +
@@ -42,20 +42,6 @@ std::shared_ptr<ZrVObjectPrimitive> MakeMeshPrimitive(const MeshArrays& arrays) 
                                             ", past the last vertex " + std::to_string(vertexCount - 1));
     }
 
-    auto primitive = std::make_shared<ZrVObjectPrimitive>();
-    PrimitiveData& data = *primitive->GetPrimitiveData();
-    data.attributes["POSITION"] = VertexAttribute{3, arrays.positions};
-    if (!arrays.normals.empty()) data.attributes["NORMAL"] = VertexAttribute{3, arrays.normals};
-    data.topology = arrays.topology;
-    if (triangles) {
-        data.indices = arrays.indices;
-        data.verticesPerPrimitive = 3;
-        data.primitiveCount = static_cast<int32_t>(arrays.indices.size() / 3);
-    } else {
-        data.verticesPerPrimitive = 1;
-        data.primitiveCount = static_cast<int32_t>(vertexCount);
-    }
-
     AaBbMinMax box;
     box.pos_min = glm::dvec3(arrays.positions[0], arrays.positions[1], arrays.positions[2]);
     box.pos_max = box.pos_min;
@@ -63,6 +49,21 @@ std::shared_ptr<ZrVObjectPrimitive> MakeMeshPrimitive(const MeshArrays& arrays) 
         const glm::dvec3 p(arrays.positions[3 * v], arrays.positions[3 * v + 1], arrays.positions[3 * v + 2]);
         box.pos_min = glm::min(box.pos_min, p);
         box.pos_max = glm::max(box.pos_max, p);
+    }
+
+    // The arrays move into the object: one copy of a large mesh, not two.
+    auto primitive = std::make_shared<ZrVObjectPrimitive>();
+    PrimitiveData& data = *primitive->GetPrimitiveData();
+    data.attributes["POSITION"] = VertexAttribute{3, std::move(arrays.positions)};
+    if (!arrays.normals.empty()) data.attributes["NORMAL"] = VertexAttribute{3, std::move(arrays.normals)};
+    data.topology = arrays.topology;
+    if (triangles) {
+        data.indices = std::move(arrays.indices);
+        data.verticesPerPrimitive = 3;
+        data.primitiveCount = static_cast<int32_t>(data.indices.size() / 3);
+    } else {
+        data.verticesPerPrimitive = 1;
+        data.primitiveCount = static_cast<int32_t>(vertexCount);
     }
     data.boundingBox = box;
     primitive->SetPlacement(glm::mat4(1.0f), box);

@@ -22,14 +22,14 @@ struct MeshArrays {
     int32_t topology = zrenums::EzrPrimitiveTopology_Triangles;  // 2 triangles, 3 point set
 };
 
-// A primitive object holding copies of the arrays ("POSITION", and "NORMAL" when
-// given), the topology, the primitive count (triangles, or vertices for a point
+// A primitive object holding the arrays ("POSITION", and "NORMAL" when given;
+// pass them with std::move to hand them over without a copy), the topology, the primitive count (triangles, or vertices for a point
 // set), the bounding box, and for triangles its hierarchy. Throws
 // std::invalid_argument naming what is wrong: no vertices, a position count or
 // normal count that is not three per vertex, a position that is not finite, an
 // index count that is not a multiple of 3, an index past the vertices, or a
 // topology other than 2 and 3.
-std::shared_ptr<ZrVObjectPrimitive> MakeMeshPrimitive(const MeshArrays& arrays);
+std::shared_ptr<ZrVObjectPrimitive> MakeMeshPrimitive(MeshArrays arrays);
 
 // Torus around `centre` in the plane z = centre.z: point (i, j) =
 // ((R + r cos v) cos u, (R + r cos v) sin u, r sin v) + centre with u = 2 pi i /

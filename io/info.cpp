@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "host/zr_types.h"
+#include "load_progress.h"
 #include "mesh_files.h"
 #include "volume_files.h"
 
@@ -39,7 +40,8 @@ std::string DescribePlacement(const VolumeFileInfo& info) {
 std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
     std::string text = path + "\n";
     if (IsMeshFileName(path)) {
-        const MeshFileInfo info = ReadMeshFileInfo(path);
+        LoadProgress progress(path);
+        const MeshFileInfo info = ReadMeshFileInfo(path, &progress);
         text += "  kind:      mesh\n";
         text += "  meshes:    " + std::to_string(info.meshes) + "\n";
         text += "  vertices:  " + std::to_string(info.vertices) + "\n";
@@ -68,7 +70,10 @@ std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
             return text;
         }
     }
-    const VolumeFile file = ReadVolumeFile(path, choice);
+    const VolumeFile file = [&] {
+        const LoadProgress progress(path);
+        return ReadVolumeFile(path, choice);
+    }();
     const VolumeFileInfo& info = file.info;
     const VolumeValues& values = file.loaded.values;
     const std::string units = values.units.empty() ? "" : " " + values.units;

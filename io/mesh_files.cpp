@@ -4,6 +4,7 @@
 #include <cctype>
 #include <filesystem>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 
 #include <assimp/Importer.hpp>
@@ -11,16 +12,39 @@
 #include <assimp/scene.h>
 
 #include "input_error.h"
+#include "ply_file.h"
+#include "stl_file.h"
 #include "vtk_poly_data.h"
 
 namespace zrio {
 
 namespace {
 
-const aiScene* Import(Assimp::Importer& importer, const std::string& path) {
+std::string Extension(const std::string& path) {
+    std::string ext = std::filesystem::path(path).extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+    return ext;
+}
+
+void CheckIsFile(const std::string& path) {
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) throw InputError(path, "no such file");
     if (std::filesystem::is_directory(path, ec)) throw InputError(path, "is a directory, not a mesh file");
+}
+
+// Binary STL and PLY, a header and packed arrays, are read by our own code
+// straight into the arrays (the general importer's own structures and its
+// post-processing cost several times the file in memory and in time); every
+// other format, ASCII STL and PLY included, goes through the importer.
+std::optional<zrobjects::MeshArrays> ReadOwnFormat(const std::string& path, LoadProgress* progress) {
+    if (IsVtkMeshFile(path)) return ReadVtkMeshFile(path);
+    const std::string ext = Extension(path);
+    if (ext == ".stl") return ReadBinaryStl(path, progress);
+    if (ext == ".ply") return ReadBinaryPly(path, progress);
+    return std::nullopt;
+}
+
+const aiScene* Import(Assimp::Importer& importer, const std::string& path) {
     // Node transforms are baked into the vertices so that a multi-part file
     // comes out as one object in its own coordinates.
     // No structure validation: it refuses point clouds ("contains no faces"),
@@ -48,15 +72,15 @@ void AppendVertices(zrobjects::MeshArrays& out, const aiMesh& mesh) {
 }  // namespace
 
 bool IsMeshFileName(const std::string& path) {
-    std::string ext = std::filesystem::path(path).extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+    const std::string ext = Extension(path);
     for (const char* known : {".stl", ".obj", ".ply", ".gltf", ".glb", ".off", ".fbx", ".dae", ".3ds", ".vtk", ".vtp"})
         if (ext == known) return true;
     return false;
 }
 
-zrobjects::MeshArrays ReadMeshFile(const std::string& path) {
-    if (IsVtkMeshFile(path)) return ReadVtkMeshFile(path);
+zrobjects::MeshArrays ReadMeshFile(const std::string& path, LoadProgress* progress) {
+    CheckIsFile(path);
+    if (std::optional<zrobjects::MeshArrays> own = ReadOwnFormat(path, progress)) return std::move(*own);
     Assimp::Importer importer;
     const aiScene* scene = Import(importer, path);
     zrobjects::MeshArrays triangles, points;
@@ -80,17 +104,18 @@ zrobjects::MeshArrays ReadMeshFile(const std::string& path) {
     throw InputError(path, "file holds neither triangles nor points");
 }
 
-MeshFileInfo ReadMeshFileInfo(const std::string& path) {
-    if (IsVtkMeshFile(path)) {
-        const zrobjects::MeshArrays mesh = ReadVtkMeshFile(path);
+MeshFileInfo ReadMeshFileInfo(const std::string& path, LoadProgress* progress) {
+    CheckIsFile(path);
+    if (const std::optional<zrobjects::MeshArrays> mesh = ReadOwnFormat(path, progress)) {
         MeshFileInfo info;
         info.meshes = 1;
-        info.vertices = mesh.positions.size() / 3;
-        info.triangles = mesh.topology == 3 ? 0 : mesh.indices.size() / 3;
+        info.vertices = mesh->positions.size() / 3;
+        info.triangles = mesh->topology == 3 ? 0 : mesh->indices.size() / 3;
+        info.hasNormals = !mesh->normals.empty();
         info.boundsMin = glm::dvec3(std::numeric_limits<double>::max());
         info.boundsMax = -info.boundsMin;
-        for (size_t k = 0; k < mesh.positions.size(); k += 3) {
-            const glm::dvec3 p(mesh.positions[k], mesh.positions[k + 1], mesh.positions[k + 2]);
+        for (size_t k = 0; k < mesh->positions.size(); k += 3) {
+            const glm::dvec3 p(mesh->positions[k], mesh->positions[k + 1], mesh->positions[k + 2]);
             info.boundsMin = glm::min(info.boundsMin, p);
             info.boundsMax = glm::max(info.boundsMax, p);
         }
@@ -117,13 +142,12 @@ MeshFileInfo ReadMeshFileInfo(const std::string& path) {
     return info;
 }
 
-std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(const zrobjects::MeshArrays& mesh) {
-    zrobjects::MeshArrays arrays = mesh;
+std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(zrobjects::MeshArrays arrays) {
     // Files without normals come back with zero normals; leave them out rather
     // than hand the renderer zero-length vectors.
     if (std::all_of(arrays.normals.begin(), arrays.normals.end(), [](float x) { return x == 0.0f; }))
         arrays.normals.clear();
-    return zrobjects::MakeMeshPrimitive(arrays);
+    return zrobjects::MakeMeshPrimitive(std::move(arrays));
 }
 
 }  // namespace zrio

@@ -1,5 +1,6 @@
-// Meshes from files (STL, OBJ, PLY, glTF and whatever else assimp reads) and
-// the host mesh objects built from plain mesh arrays. Failures are InputErrors
+// Meshes from files and the host mesh objects built from plain mesh arrays:
+// binary STL and PLY and VTK polydata by our own readers, every other format
+// (OBJ, glTF, ASCII STL and PLY, ...) through assimp. Failures are InputErrors
 // naming the file.
 #pragma once
 
@@ -8,6 +9,7 @@
 
 #include "host/phantoms.h"
 #include "host/zr_visual.h"
+#include "load_progress.h"
 
 namespace zrio {
 
@@ -17,8 +19,9 @@ bool IsMeshFileName(const std::string& path);
 
 // Every mesh of the file, with its node transforms applied, merged into one
 // array set: triangles when the file has faces, otherwise its vertices as a
-// point set.
-zrobjects::MeshArrays ReadMeshFile(const std::string& path);
+// point set. A binary STL's corners are welded where they are bit-identical.
+// Long reads report their progress to `progress` when given.
+zrobjects::MeshArrays ReadMeshFile(const std::string& path, LoadProgress* progress = nullptr);
 
 struct MeshFileInfo {
     int meshes = 0;
@@ -27,11 +30,11 @@ struct MeshFileInfo {
     bool hasNormals = false;
     glm::dvec3 boundsMin{0.0}, boundsMax{0.0};
 };
-MeshFileInfo ReadMeshFileInfo(const std::string& path);
+MeshFileInfo ReadMeshFileInfo(const std::string& path, LoadProgress* progress = nullptr);
 
-// A host primitive object holding `mesh`, with its bounding box and hierarchy.
-// Throws std::invalid_argument for inconsistent arrays (no vertices, indices
-// past the vertices).
-std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(const zrobjects::MeshArrays& mesh);
+// A host primitive object holding `mesh` (moved in: pass it with std::move),
+// with its bounding box and hierarchy. Throws std::invalid_argument for
+// inconsistent arrays (no vertices, indices past the vertices).
+std::shared_ptr<zrobjects::ZrVObjectPrimitive> MakeMeshObject(zrobjects::MeshArrays mesh);
 
 }  // namespace zrio

@@ -12,6 +12,7 @@
 #include "host/table_builder.h"
 #include "input_error.h"
 #include "json_fields.h"
+#include "load_progress.h"
 #include "mesh_files.h"
 #include "volume_files.h"
 
@@ -358,7 +359,9 @@ LoadedVolume BuildVolumeObject(const json& source, const std::string& where, con
                 Fail(f.PathOf("series"), "expects a series UID (text) or number, got " + Shown(series));
         }
         if (f.Has("frame")) choice.frame = f.Int("frame", 0, 0, 1 << 30);
-        return ReadVolumeFile(Resolve(base, f.String("file")), choice, kind).loaded;
+        const std::string path = Resolve(base, f.String("file"));
+        const LoadProgress progress(path);
+        return ReadVolumeFile(path, choice, kind).loaded;
     }
     for (const char* key : {"series", "frame"})
         if (f.Has(key)) Fail(f.PathOf(key), "only a volume read from a file has series and frames");
@@ -375,7 +378,9 @@ LoadedVolume BuildVolumeObject(const json& source, const std::string& where, con
     if (order != "little" && order != "big") Fail(f.PathOf("byteOrder"), "expects \"little\" or \"big\", got \"" + order + "\"");
     header.bigEndian = order == "big";
     header.geometry = RawGeometry(f);
-    return ReadRawVolume(Resolve(base, f.String("raw")), header);
+    const std::string path = Resolve(base, f.String("raw"));
+    const LoadProgress progress(path);
+    return ReadRawVolume(path, header);
 }
 
 std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const json& source, const std::string& where,
@@ -387,9 +392,11 @@ std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const json& sourc
     zrobjects::MeshArrays arrays;
     if (f.Has("file")) {
         const std::string path = Resolve(base, f.String("file"));
-        arrays = ReadMeshFile(path);
+        LoadProgress progress(path);
+        arrays = ReadMeshFile(path, &progress);
+        progress.Step("building the hierarchy");
         try {
-            return MakeMeshObject(arrays);
+            return MakeMeshObject(std::move(arrays));
         } catch (const std::invalid_argument& e) {
             throw InputError(path, e.what());
         }
@@ -415,7 +422,7 @@ std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const json& sourc
         if (what.rfind(where, 0) == 0) throw;
         Fail(where, what);
     }
-    return MakeMeshObject(arrays);
+    return MakeMeshObject(std::move(arrays));
 }
 
 }  // namespace zrio

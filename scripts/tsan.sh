@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# ThreadSanitizer run: builds the end-to-end, volume kernel and mesh test
-# programs with clang, -fsanitize=thread and LLVM's OpenMP runtime (preset
-# "tsan", build/tsan), whose Archer tool tells ThreadSanitizer about OpenMP's
+# ThreadSanitizer run: builds the end-to-end, volume kernel, mesh and host
+# test programs (the host's hierarchy build runs as OpenMP tasks) with clang,
+# -fsanitize=thread and LLVM's OpenMP runtime (preset "tsan", build/tsan),
+# whose Archer tool tells ThreadSanitizer about OpenMP's
 # barriers and tasks, and runs them with the suppressions in cmake/tsan.supp
 # (the mesh slicer's same-colour pixel writes, nothing else). Any other race
 # report fails the run. Prints one summary line at the end.
@@ -50,7 +51,7 @@ passed=0
 failed=0
 races=0
 status=0
-for program in test_end_to_end test_volume_kernels test_mesh; do
+for program in test_end_to_end test_volume_kernels test_mesh test_host; do
     log="$build/$program.tsan.log"
     echo "tsan: running $program"
     rc=0

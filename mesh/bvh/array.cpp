@@ -18,16 +18,18 @@ Array::Array(const Array& other) { *this = other; }
 
 Array& Array::operator=(const Array& other) {
     if (this == &other) return *this;
-    const int32_t size = other.m_size;
+    Assign(other.m_data, other.m_size);
+    return *this;
+}
+
+void Array::Assign(const int32_t* values, int32_t count) {
     // Taking the source's size is a resize of this array, so a negative size
     // fails the resize check.
-    ZR_ARRAY_CHECK_AS(size >= 0, "idx >= 0 && idx <= m_size");
+    ZR_ARRAY_CHECK_AS(count >= 0, "idx >= 0 && idx <= m_size");
     m_size = 0;
-    const int32_t wanted = size < 0 ? 0 : size;
-    if (m_capacity != wanted) Reallocate(wanted);
-    m_size = size;
-    if (size > 0) std::memcpy(m_data, other.m_data, static_cast<size_t>(size) * sizeof(int32_t));
-    return *this;
+    if (m_capacity != count) Reallocate(count);
+    m_size = count;
+    if (count > 0) std::memcpy(m_data, values, static_cast<size_t>(count) * sizeof(int32_t));
 }
 
 Array::~Array() { Free(m_data); }

@@ -20,6 +20,10 @@ public:
     // min(capacity, Size()) of them. A capacity of 0 frees the storage.
     void Reallocate(int32_t capacity);
 
+    // Makes the array exactly the `count` elements at `values` (storage of
+    // exactly that capacity), as a copy assignment does.
+    void Assign(const int32_t* values, int32_t count);
+
     // Appends one element, growing the storage when it is full.
     void PushBack(int32_t value);
 

@@ -14,12 +14,15 @@
 #include <filesystem>
 #include <string>
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
 #include "demo.h"
 #include "io/diagnostics.h"
 #include "io/info.h"
 #include "io/input_error.h"
+#include "io/load_progress.h"
 #include "io/render_run.h"
 
 namespace {
@@ -36,8 +39,13 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     std::string plugin = zrio::DefaultPluginPath();
     bool quiet = false, verbose = false;
+    double progressAfter = 1.0;
     app.add_option("--plugin", plugin, "plug-in library to load (default: beside this program)");
     app.add_flag("-q,--quiet", quiet, "no progress lines");
+    app.add_option("--progress-after", progressAfter,
+                   "on a terminal, a progress line for every file load that takes longer than this (seconds, "
+                   "default 1)")
+        ->check(CLI::NonNegativeNumber);
     app.add_flag("--verbose", verbose, "let the file-reading libraries print their own diagnostics");
 
     std::string requestPath, out;
@@ -72,6 +80,9 @@ int main(int argc, char** argv) {
     }
 
     zrio::ShowLibraryDiagnostics(verbose);
+    // A line rewritten in place is for a person watching a terminal, never for
+    // a log or a pipe.
+    zrio::ShowLoadProgress(!quiet && isatty(STDERR_FILENO), "zrslice: ", progressAfter);
     try {
         if (*info) {
             if (infoFrame >= 0) infoChoice.frame = infoFrame;
