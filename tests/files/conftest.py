@@ -152,6 +152,27 @@ def assert_values_where_placed(files, volume, lps, data):
     assert difference.max() <= 1.001, f"largest difference {difference.max()} for {volume}"
 
 
+def assert_ramp_picture(files, volume, grid, dims, gradient=(20.0, 30.0, 40.0), base=1000.0, camera=None,
+                        size=(48, 48), extent=48.0, name="out"):
+    """Renders the value picture of the volume object `volume` on a plane
+    through the middle of `grid` (or `camera`: centre, view, up) and checks it,
+    within two levels, against the ramp base + world . gradient at every pixel
+    inside the grid; `grid` maps world (LPS) points to voxel coordinates
+    (`grid.voxel`) independently of zrslice. Returns the run."""
+    centre, view, up = camera or (tuple(grid.world(np.array(dims) / 2 - 0.5) + [0, 0, 0.3]), (0, 0, 1), (0, -1, 0))
+    document = slice_document(volume, centre=centre, view=view, up=up, size=size, extent=extent)
+    run, _, values, lists = render(files, document, name)
+    assert run.code == 0, run
+    world = pixel_world(document)
+    voxel = grid.voxel(world)
+    inside = np.all((voxel >= 0) & (voxel <= np.array(dims) - 1), axis=-1)
+    assert inside.sum() > 100, "the plane must cut the volume"
+    got = values.astype(float)[inside] - lists["volumes"]["v"]["valueOffset"]
+    expected = world[inside] @ np.array(gradient, float) + base
+    assert np.max(np.abs(got - expected)) <= 2.0, (volume, np.max(np.abs(got - expected)))
+    return run
+
+
 def info_field(text, name):
     """The value of line `name:` of `zrslice info`."""
     for line in text.splitlines():

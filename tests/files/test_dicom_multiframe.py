@@ -7,7 +7,7 @@ import pytest
 from pydicom.sequence import Sequence
 from pydicom.uid import ExplicitVRBigEndian
 
-from conftest import info_field, pixel_world, render, slice_document, trilinear, zrslice
+from conftest import assert_ramp_picture, info_field, pixel_world, render, slice_document, trilinear, zrslice
 from dicom_writer import (NUCLEAR_MEDICINE, SEGMENTATION, Grid, functional_group, new_dataset, ramp, save,
                           set_pixels, write_dose, write_enhanced, write_legacy_multiframe)
 
@@ -16,18 +16,8 @@ DIMS = (20, 16, 10)
 
 
 def check_ramp(files, path, grid, dims=DIMS, camera=None, name="out"):
-    centre, view, up = camera or (tuple(grid.world(np.array(dims) / 2 - 0.5) + [0, 0, 0.3]), (0, 0, 1), (0, -1, 0))
-    document = slice_document({"type": "volume", "file": str(path)}, centre=centre, view=view, up=up, size=(48, 48),
-                              extent=48.0)
-    run, _, values, lists = render(files, document, name)
-    assert run.code == 0, run
-    world = pixel_world(document)
-    voxel = grid.voxel(world)
-    inside = np.all((voxel >= 0) & (voxel <= np.array(dims) - 1), axis=-1)
-    got = values.astype(float)[inside] - lists["volumes"]["v"]["valueOffset"]
-    assert inside.sum() > 100
-    assert np.max(np.abs(got - (world[inside] @ GRADIENT + 1000.0))) <= 2.0
-    return run
+    return assert_ramp_picture(files, {"type": "volume", "file": str(path)}, grid, dims, GRADIENT, camera=camera,
+                               name=name)
 
 
 def tilted(degrees, spacing):
@@ -174,14 +164,5 @@ def test_an_enhanced_mr_of_two_echoes_is_split_by_echo_time(files):
     assert info.code == 0, info
     assert "/echo=10: " in info.out and "/echo=80: " in info.out, info.out
     for echo, (gradient, base) in echoes.items():
-        centre = tuple(grid.world(np.array(DIMS) / 2 - 0.5) + [0, 0, 0.3])
-        document = slice_document({"type": "volume", "file": str(path), "series": echo}, centre=centre,
-                                  size=(32, 32), extent=16.0)
-        run, _, values, lists = render(files, document, echo.replace("=", ""))
-        assert run.code == 0, run
-        world = pixel_world(document)
-        voxel = grid.voxel(world)
-        inside = np.all((voxel >= 0) & (voxel <= np.array(DIMS) - 1), axis=-1)
-        got = values.astype(float)[inside] - lists["volumes"]["v"]["valueOffset"]
-        assert inside.sum() > 100
-        assert np.max(np.abs(got - (world[inside] @ np.array(gradient, float) + base))) <= 2.0, echo
+        assert_ramp_picture(files, {"type": "volume", "file": str(path), "series": echo}, grid, DIMS, gradient, base,
+                            size=(32, 32), extent=16.0, name=echo.replace("=", ""))

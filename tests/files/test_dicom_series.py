@@ -5,22 +5,8 @@ import numpy as np
 import pytest
 from pydicom.uid import DeflatedExplicitVRLittleEndian, ExplicitVRBigEndian, ImplicitVRLittleEndian
 
-from conftest import info_field, pixel_world, render, slice_document, zrslice
+from conftest import assert_ramp_picture, info_field, render, slice_document, zrslice
 from dicom_writer import Grid, new_dataset, ramp, save, write_series
-
-GRADIENT = np.array([20.0, 30.0, 40.0])
-
-
-def sampled_against_ramp(document, values, lists, grid, dims):
-    """Values of the slice's pixels inside the volume and the ramp there,
-    computed from the world position of each pixel (LPS)."""
-    world = pixel_world(document)
-    voxel = grid.voxel(world)
-    inside = np.all((voxel >= 0) & (voxel <= np.array(dims) - 1), axis=-1)
-    offset = lists["volumes"]["v"]["valueOffset"]
-    got = values.astype(float) - offset
-    expected = world @ GRADIENT + 1000.0
-    return got[inside], expected[inside]
 
 
 def tilt_step(degrees, spacing):
@@ -61,14 +47,7 @@ def test_every_slice_is_placed_by_its_own_position(files, name, grid, options, c
     dims = (20, 16, 10)
     write_series(files / "series", ramp(grid, dims), grid, **options)
     # A plane through the middle of the volume, between slices.
-    centre, view, up = camera or (tuple(grid.world(np.array(dims) / 2 - 0.5) + [0, 0, 0.3]), (0, 0, 1), (0, -1, 0))
-    document = slice_document({"type": "volume", "file": str(files / "series")}, centre=centre, view=view, up=up,
-                              size=(48, 48), extent=48.0)
-    run, _, values, lists = render(files, document)
-    assert run.code == 0, run
-    got, expected = sampled_against_ramp(document, values, lists, grid, dims)
-    assert got.size > 100, "the plane must cut the volume"
-    assert np.max(np.abs(got - expected)) <= 2.0, (name, np.max(np.abs(got - expected)))
+    assert_ramp_picture(files, {"type": "volume", "file": str(files / "series")}, grid, dims, camera=camera)
 
 
 @pytest.mark.parametrize("step, thickness, spacing_text, thickness_note, tilt_note", [
@@ -149,17 +128,8 @@ def test_the_request_picks_a_series_by_number_or_uid(files, pick, which):
     grid_a, grid_b = two_series(files / "study")
     grid, gradient, base, dims = ((grid_a, (20, 30, 40), 1000, (20, 16, 10)) if which == "a"
                                   else (grid_b, (-10, 5, 7), 2000, (40, 32, 12)))
-    centre = tuple(grid.world(np.array(dims) / 2 - 0.5) + [0, 0, 0.3])
-    document = slice_document({"type": "volume", "file": str(files / "study"), "series": pick}, centre=centre,
-                              size=(32, 32), extent=16.0)
-    run, _, values, lists = render(files, document)
-    assert run.code == 0, run
-    world = pixel_world(document)
-    voxel = grid.voxel(world)
-    inside = np.all((voxel >= 0) & (voxel <= np.array(dims) - 1), axis=-1)
-    got = values.astype(float)[inside] - lists["volumes"]["v"]["valueOffset"]
-    assert inside.sum() > 100
-    assert np.max(np.abs(got - (world[inside] @ np.array(gradient, float) + base))) <= 2.0
+    assert_ramp_picture(files, {"type": "volume", "file": str(files / "study"), "series": pick}, grid, dims, gradient,
+                        base, size=(32, 32), extent=16.0)
 
 
 def test_a_series_that_is_not_there_is_refused_with_the_list(files):
@@ -202,17 +172,9 @@ def test_a_series_holding_several_volumes_is_split_listed_and_picked(files, attr
     assert refused.code == 1 and refused.err.count("\n") == 1, refused
     assert all(label in refused.err for label in labels) and "not unique" not in refused.err
     for n, label in enumerate(labels):
-        centre = tuple(grid.world(np.array(dims) / 2 - 0.5) + [0, 0, 0.3])
-        document = slice_document({"type": "volume", "file": str(files / "series"), "series": label}, centre=centre,
-                                  size=(32, 32), extent=16.0)
-        run, _, values_png, lists = render(files, document, name=f"part{n}")
-        assert run.code == 0, run
-        world = pixel_world(document)
-        voxel = grid.voxel(world)
-        inside = np.all((voxel >= 0) & (voxel <= np.array(dims) - 1), axis=-1)
         gradient, base = parts[n]
-        got = values_png.astype(float)[inside] - lists["volumes"]["v"]["valueOffset"]
-        assert np.max(np.abs(got - (world[inside] @ np.array(gradient, float) + base))) <= 2.0, label
+        assert_ramp_picture(files, {"type": "volume", "file": str(files / "series"), "series": label}, grid, dims,
+                            gradient, base, size=(32, 32), extent=16.0, name=f"part{n}")
 
 
 def test_a_tri_planar_localizer_is_split_by_orientation(files):
