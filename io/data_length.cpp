@@ -59,47 +59,52 @@ void RequireLength(const std::string& path, uint64_t headerBytes, const std::str
                                        std::to_string(available));
 }
 
-}  // namespace
-
-void CheckNrrdDataLength(const std::string& path, uint64_t voxelBytes) {
-    std::ifstream in(path, std::ios::binary);
+// The "key<separator>value" lines of a text header (keys in lower case),
+// up to an empty line or the line whose key is `lastKey`; `headerBytes` is
+// where the header ends. Comment lines (#) and other lines are passed over.
+struct HeaderFields {
     std::map<std::string, std::string> fields;
-    std::string line;
     uint64_t headerBytes = 0;
-    // Fields up to the first empty line ("key: value", comments start with #).
+};
+
+HeaderFields ReadHeaderFields(const std::string& path, char separator, const std::string& lastKey) {
+    std::ifstream in(path, std::ios::binary);
+    HeaderFields header;
+    std::string line;
     while (std::getline(in, line)) {
-        headerBytes += line.size() + 1;
+        header.headerBytes += line.size() + 1;
         line = Trim(line);
         if (line.empty()) break;
         if (line[0] == '#') continue;
-        const size_t colon = line.find(':');
-        if (colon != std::string::npos) fields[Lower(Trim(line.substr(0, colon)))] = Trim(line.substr(colon + 1));
+        const size_t at = line.find(separator);
+        if (at == std::string::npos) continue;
+        const std::string key = Lower(Trim(line.substr(0, at)));
+        header.fields[key] = Trim(line.substr(at + 1));
+        if (key == lastKey) break;
     }
-    const std::string encoding = Lower(fields["encoding"]);
-    if (encoding != "raw") return;
+    return header;
+}
+
+}  // namespace
+
+void CheckNrrdDataLength(const std::string& path, uint64_t voxelBytes) {
+    // Fields up to the first empty line ("key: value").
+    HeaderFields header = ReadHeaderFields(path, ':', "");
+    auto& fields = header.fields;
+    if (Lower(fields["encoding"]) != "raw") return;
     const std::string name = fields.count("data file") ? fields["data file"] : fields["datafile"];
     if (name.rfind("LIST", 0) == 0 || name.find('%') != std::string::npos) return;  // several files
-    RequireLength(path, headerBytes, name, fields["byte skip"], voxelBytes);
+    RequireLength(path, header.headerBytes, name, fields["byte skip"], voxelBytes);
 }
 
 void CheckMetaImageDataLength(const std::string& path, uint64_t voxelBytes) {
-    std::ifstream in(path, std::ios::binary);
-    std::map<std::string, std::string> fields;
-    std::string line;
-    uint64_t headerBytes = 0;
     // "Key = Value" lines; ElementDataFile is the last one.
-    while (std::getline(in, line)) {
-        headerBytes += line.size() + 1;
-        const size_t equals = line.find('=');
-        if (equals == std::string::npos) continue;
-        const std::string key = Lower(Trim(line.substr(0, equals)));
-        fields[key] = Trim(line.substr(equals + 1));
-        if (key == "elementdatafile") break;
-    }
+    HeaderFields header = ReadHeaderFields(path, '=', "elementdatafile");
+    auto& fields = header.fields;
     if (Lower(fields["compresseddata"]) == "true") return;
     const std::string name = fields["elementdatafile"];
     if (name.empty() || name.rfind("LIST", 0) == 0 || name.find('%') != std::string::npos) return;
-    RequireLength(path, headerBytes, name, fields["headersize"], voxelBytes);
+    RequireLength(path, header.headerBytes, name, fields["headersize"], voxelBytes);
 }
 
 }  // namespace zrio
