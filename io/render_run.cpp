@@ -112,6 +112,10 @@ std::string DefaultPluginPath() {
 
 RenderOutput RunRequestFile(const RequestFile& file, PluginSession& plugin, const ProgressFn& progress) {
     Scene scene = BuildScene(file);
+    return RunRequests(file, scene, plugin, progress);
+}
+
+RenderOutput RunRequests(const RequestFile& file, Scene& scene, PluginSession& plugin, const ProgressFn& progress) {
     std::vector<std::string> warnings = scene.warnings;
     bool listsOnly = false;  // a mesh request that hands its lines back draws nothing by design
     json requests = json::array();

@@ -51,6 +51,10 @@ using ProgressFn = std::function<void(size_t, size_t, const std::string&)>;
 // request (DoModule false) or a parameter's type (std::bad_any_cast).
 RenderOutput RunRequestFile(const RequestFile& file, PluginSession& plugin, const ProgressFn& progress = {});
 
+// The same on a scene already built from `file` (BuildScene), so that a program
+// holding its volumes loaded renders frame after frame without reading them.
+RenderOutput RunRequests(const RequestFile& file, Scene& scene, PluginSession& plugin, const ProgressFn& progress = {});
+
 // Where the outputs of `out` go: `out` itself (".png" added when missing), the
 // values beside it as <stem>.values.png, the lists as <stem>.json.
 struct OutputPaths {

@@ -326,8 +326,10 @@ RequestFile ParseRequestFile(const std::string& path) {
     return ParseRequestDocument(document, path, base.empty() ? fs::path(".") : base);
 }
 
-Scene BuildScene(const RequestFile& file) {
+Scene BuildScene(const RequestFile& file, LoadedObjects* kept) {
     Scene scene;
+    LoadedObjects once;
+    LoadedObjects& store = kept ? *kept : once;
     try {
         zrobjects::SectionView view;
         view.centre = file.image.camera.position;
@@ -349,15 +351,26 @@ Scene BuildScene(const RequestFile& file) {
         for (const ObjectSpec& o : file.objects) objectsByName[o.name] = &o;
         for (const ObjectSpec& o : file.objects) {
             if (!used.count(o.name)) continue;
+            if (o.kind == ObjectSpec::Kind::Table) continue;
             const std::string where = "objects." + o.name;
-            if (o.kind == ObjectSpec::Kind::Volume) {
-                LoadedVolume loaded = BuildVolumeObject(o.source, where, file.baseDirectory);
-                for (const std::string& w : loaded.warnings) scene.warnings.push_back(where + ": " + w);
-                scene.objects[o.name] = loaded.volume;
-                scene.volumes[o.name] = std::move(loaded);
-            } else if (o.kind == ObjectSpec::Kind::Mesh) {
-                scene.objects[o.name] = BuildMeshObject(o.source, where, file.baseDirectory);
+            auto found = store.byName.find(o.name);
+            if (found == store.byName.end() || found->second.source != o.source ||
+                found->second.baseDirectory != file.baseDirectory) {
+                LoadedObjects::Kept built{o.source, file.baseDirectory, nullptr, std::nullopt};
+                if (o.kind == ObjectSpec::Kind::Volume) {
+                    built.volume = BuildVolumeObject(o.source, where, file.baseDirectory);
+                    built.object = built.volume->volume;
+                } else {
+                    built.object = BuildMeshObject(o.source, where, file.baseDirectory);
+                }
+                found = store.byName.insert_or_assign(o.name, std::move(built)).first;
             }
+            const LoadedObjects::Kept& loaded = found->second;
+            if (loaded.volume) {
+                for (const std::string& w : loaded.volume->warnings) scene.warnings.push_back(where + ": " + w);
+                scene.volumes[o.name] = *loaded.volume;
+            }
+            scene.objects[o.name] = loaded.object;
         }
         std::map<std::pair<std::string, int>, std::shared_ptr<zrobjects::ZrObject>> tables;
         auto tableFor = [&](const std::string& name, int offset) {

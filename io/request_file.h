@@ -96,7 +96,22 @@ struct Scene {
     std::vector<std::string> warnings;
 };
 
-Scene BuildScene(const RequestFile& file);
+// Volumes and meshes a program keeps loaded between scenes (a viewer, a Python
+// session): an object is reused when its description and base directory are
+// the same as when it was built, so moving the camera or changing a table does
+// not read the file again. Tables and the image are always built anew.
+struct LoadedObjects {
+    struct Kept {
+        nlohmann::json source;
+        std::filesystem::path baseDirectory;
+        std::shared_ptr<zrobjects::ZrObject> object;
+        std::optional<LoadedVolume> volume;  // set for volumes
+    };
+    std::map<std::string, Kept> byName;
+};
+
+// `kept`, when given, supplies and receives the loaded volumes and meshes.
+Scene BuildScene(const RequestFile& file, LoadedObjects* kept = nullptr);
 
 // The request's byte order as resolved (see RequestFile::byteOrder).
 ByteOrder ResolveByteOrder(const RequestFile& file);

@@ -34,6 +34,28 @@ json Valid() {
     })");
 }
 
+// A program that keeps its volumes loaded (a viewer, a Python session) builds
+// a scene per frame: an unchanged volume or mesh is the same object again, a
+// changed description is built anew, and tables always follow the frame.
+TEST(RequestFile, KeptObjectsAreReusedUntilTheirDescriptionChanges) {
+    LoadedObjects kept;
+    json document = Valid();
+    Scene first = BuildScene(ParseRequestDocument(document, "req.json", "."), &kept);
+    document["objects"]["window"]["window"]["centre"] = 900;
+    Scene second = BuildScene(ParseRequestDocument(document, "req.json", "."), &kept);
+    EXPECT_EQ(first.objects.at("head"), second.objects.at("head"));
+    EXPECT_EQ(first.objects.at("ball"), second.objects.at("ball"));
+    EXPECT_NE(first.objects.at("window"), second.objects.at("window"));
+    auto* head = dynamic_cast<zrobjects::ZrVObjectVolume*>(second.entries[0].object);
+    EXPECT_EQ(head->GetTableObject("WINDOWING"), second.objects.at("window").get());
+
+    document["objects"]["head"]["spacing"] = json::array({12, 12, 13});
+    Scene third = BuildScene(ParseRequestDocument(document, "req.json", "."), &kept);
+    EXPECT_NE(third.objects.at("head"), second.objects.at("head"));
+    EXPECT_EQ(third.objects.at("labels"), second.objects.at("labels"));
+    EXPECT_EQ(kept.byName.count("window"), 0u);
+}
+
 std::string ErrorOf(const json& document) {
     try {
         ParseRequestDocument(document, "req.json", ".");
