@@ -66,7 +66,11 @@ function camera(v) {
   }
   const right = unit(cross(v.normal, v.up));
   const down = cross(v.normal, right);
-  const position = add(add(state.cross, scale(right, v.pan[0])), scale(down, v.pan[1]));
+  // Centred on the volume (panned) within the plane; the plane through the
+  // crosshair, so that moving the crosshair within a view's plane moves
+  // nothing in that view.
+  const centre = add(add(state.scene.volume.middle, scale(right, v.pan[0])), scale(down, v.pan[1]));
+  const position = add(centre, scale(v.normal, dot(sub(state.cross, centre), v.normal)));
   return { position, n: v.normal, up: v.up, right, down, spacing: v.spacing, size };
 }
 
@@ -199,6 +203,13 @@ function frameDocument(v, fast) {
 // newer one replaced before it was drawn).
 function invalidate(v, fast) {
   if (!v.canvas.width) return;
+  // A view whose picture would not change (the crosshair moved within its
+  // plane) only needs its overlay drawn again.
+  if (!fast && !v.dirty && !v.busy && !v.restTimer && v.shown &&
+      JSON.stringify(frameDocument(v, false)) === JSON.stringify(v.shown)) {
+    drawOverlay(v);
+    return;
+  }
   if (v.actionAt === null) v.actionAt = performance.now();
   v.wantFast = fast;
   v.dirty = true;
@@ -576,6 +587,7 @@ async function start() {
   scene.volume.box = { size: edges };
   scene.volume.finestPitch = Math.min(norm(a), norm(b), norm(c));
   const middle = [0, 1, 2].reduce((p, k) => add(p, scale(col(k), (dims[k] - 1) / 2)), col(3));
+  scene.volume.middle = middle;
   state.scene = scene;
   state.cross = middle;
   setUpControls();
