@@ -200,11 +200,19 @@ async function explore() {
   await page.waitForFunction(() => /voxel \(/.test(document.getElementById('readout').textContent), { timeout: 10000 });
   const readout = await page.$eval('#readout', (el) => el.textContent);
   check(/LPS \(.*\) mm, voxel \(\d+, \d+, \d+\), value -?[\d.]+/.test(readout), `readout: ${readout}`);
+  await page.waitForFunction(() => /winning sample/.test(document.getElementById('readout').textContent), { timeout: 10000 });
+  const slabReadout = await page.$eval('#readout', (el) => el.textContent);
+  check(/winning sample at LPS .* layer \d+ of \d+/.test(slabReadout), `on the maximum slab the readout names the winning sample: ${slabReadout}`);
 
   // Save the axial view (a click there makes it the current view) and replay
   // the saved request with zrslice render.
+  const planeZ = (await state('cross'))[2];
   await page.mouse.click(centre[0] + 10, centre[1] - 10);
+  await page.waitForFunction((z) => window.zrViewer.state.cross[2] !== z, { timeout: 10000 }, planeZ).catch(() => {});
   await idle();
+  const picked = await state('cross');
+  check(picked[2] !== planeZ && Math.abs(picked[2] - planeZ) <= 10 + zStep,
+        `a click on the maximum slab moves the crosshair to its winning sample, within the slab: z ${planeZ} -> ${picked[2]}`);
   await page.click('#save');
   await page.waitForFunction(() => window.zrViewer.lastSave, { timeout: 60000 });
   const saved = await page.evaluate(() => window.zrViewer.lastSave);

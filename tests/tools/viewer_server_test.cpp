@@ -297,6 +297,29 @@ TEST_F(Viewer, ProbeFindsTheVoxelAndItsValue) {
     EXPECT_FALSE(probe(world(0, 0, dims[2].get<double>() - 0.4))["inside"].get<bool>());
 }
 
+TEST_F(Viewer, PicksTheWinningSampleOfAMaximumSlab) {
+    json slab = Document(64, 64);
+    slab["requests"][0]["_int_VolumeRayCastType"] = 10;
+    slab["requests"][0]["_float_PlaneThickness"] = 30.0;
+    const auto res = Client().Post("/api/pick?x=32&y=20", slab.dump(), "application/json");
+    ASSERT_TRUE(res);
+    ASSERT_EQ(res->status, 200) << res->body;
+    const json pick = json::parse(res->body);
+    ASSERT_TRUE(pick["found"].get<bool>()) << res->body;
+    // Layers one finest voxel pitch (1.6 mm) apart: round(30 / 1.6) = 19 of
+    // them, centred on the plane z = 10, so the sample lies within the slab.
+    EXPECT_EQ(pick["layerCount"], 19);
+    const double z = pick["world"][2].get<double>();
+    EXPECT_LE(std::abs(z - 10.0), 15.0) << res->body;
+    // A thin slice has no winning sample; the pick says so.
+    const auto thin = Client().Post("/api/pick?x=32&y=20", Document(64, 64).dump(), "application/json");
+    ASSERT_TRUE(thin);
+    EXPECT_EQ(thin->status, 400) << thin->body;
+    const auto noPixel = Client().Post("/api/pick?x=32", slab.dump(), "application/json");
+    ASSERT_TRUE(noPixel);
+    EXPECT_EQ(noPixel->status, 400);
+}
+
 TEST_F(Viewer, AStalledClientHoldsNoRenderSlot) {
     // A client that sends half a request and then nothing.
     const int stalled = socket(AF_INET, SOCK_STREAM, 0);

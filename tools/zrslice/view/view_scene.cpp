@@ -6,6 +6,7 @@
 
 #include "io/input_error.h"
 #include "io/scene_objects.h"
+#include "io/volume_probe.h"
 
 namespace zrview {
 
@@ -172,29 +173,24 @@ Frame ViewScene::Render(const zrio::RequestFile& file) {
 
 Probe ViewScene::At(const glm::dvec3& world) const {
     Probe probe;
-    const glm::dvec4 voxel = glm::dmat4(volume_->volume->GetMatrixRS2OSf()) * glm::dvec4(world, 1.0);
-    const zrobjects::VolumeData& data = *volume_->volume->GetVolumeData();
-    for (int a = 0; a < 3; ++a) {
-        const double rounded = std::floor(voxel[a] + 0.5);
-        if (!(rounded >= 0.0 && rounded < data.dims[a])) return probe;
-        probe.voxel[a] = static_cast<int>(rounded);
+    // The volume's scene entry is always the identity placement.
+    const glm::dvec3 voxel = zrio::WorldToVoxel(*volume_->volume, glm::mat4(1.0f), world);
+    if (const auto found = zrio::ProbeVoxel(*volume_, voxel)) {
+        probe.inside = true;
+        probe.voxel = found->index;
+        probe.value = found->value;
     }
-    probe.inside = true;
-    const size_t at = static_cast<size_t>(probe.voxel.x + data.margins.x) +
-                      static_cast<size_t>(probe.voxel.y + data.margins.y) * data.RowPitch();
-    const void* slice = data.slices[probe.voxel.z + data.margins.z];
-    const int offset = volume_->values.offset;
-    if (data.voxelType == zrobjects::MakeDataType<float>())
-        probe.value = static_cast<const float*>(slice)[at];
-    else if (data.voxelType == zrobjects::MakeDataType<unsigned short>())
-        probe.value = static_cast<int>(static_cast<const uint16_t*>(slice)[at]) - offset;
-    else if (data.voxelType == zrobjects::MakeDataType<unsigned char>())
-        probe.value = static_cast<int>(static_cast<const uint8_t*>(slice)[at]) - offset;
-    else if (data.voxelType == zrobjects::MakeDataType<short>())
-        probe.value = static_cast<const int16_t*>(slice)[at];
-    else if (data.voxelType == zrobjects::MakeDataType<char>())
-        probe.value = static_cast<const int8_t*>(slice)[at];
     return probe;
+}
+
+std::optional<zrio::SlabPick> ViewScene::Pick(const zrio::RequestFile& file, const glm::dvec2& pixel) {
+    if (file.requests.empty()) throw zrio::InputError(kWhere, "requests: a pick needs the slab's request first");
+    const zrio::Scene scene = zrio::BuildScene(file, &kept_);
+    try {
+        return zrio::PickSlabSample(file, scene, 0, pixel);
+    } catch (const std::invalid_argument& e) {
+        throw zrio::InputError(kWhere, e.what());
+    }
 }
 
 }  // namespace zrview

@@ -18,6 +18,7 @@
 
 #include "io/render_run.h"
 #include "io/request_file.h"
+#include "io/slab_pick.h"
 
 namespace zrview {
 
@@ -65,9 +66,15 @@ public:
     // caller at a time (the frame worker).
     Frame Render(const zrio::RequestFile& file);
 
-    // The voxel nearest to an LPS point. Not thread-safe with Render's first
-    // call (reads the loaded volume only; safe once constructed).
+    // The voxel nearest to an LPS point (reads the loaded volume only: safe
+    // beside Render).
     Probe At(const glm::dvec3& world) const;
+
+    // The winning sample under `pixel` of the first request of a checked
+    // maximum or minimum slab document (zrio::PickSlabSample); none outside
+    // the volume. Throws InputError saying why the request has no winning
+    // sample. Not thread-safe: the frame worker's, like Render.
+    std::optional<zrio::SlabPick> Pick(const zrio::RequestFile& file, const glm::dvec2& pixel);
 
 private:
     nlohmann::json objects_;  // name -> description, as served

@@ -149,6 +149,40 @@ void ViewerServer::Route() {
                         "application/octet-stream");
     });
 
+    http_->Post("/api/pick", [this](const httplib::Request& req, httplib::Response& res) {
+        const auto x = Coordinate(req, "x"), y = Coordinate(req, "y");
+        if (!x || !y) return Answer(res, 400, "pick: give the pixel as numbers x and y");
+        const std::optional<json> document = DocumentOf(req, res);
+        if (!document) return;
+        std::optional<zrio::RequestFile> file;
+        try {
+            file = scene_.Check(*document);
+        } catch (const zrio::InputError& e) {
+            return Answer(res, 400, e.Line());
+        }
+        std::optional<zrio::SlabPick> pick;
+        std::string failure;
+        const bool done = worker_.Run("pick", [&] {
+            try {
+                pick = scene_.Pick(*file, {*x, *y});
+            } catch (const zrio::InputError& e) {
+                failure = e.Line();
+            } catch (const std::exception& e) {
+                failure = std::string("pick: ") + e.what();
+            }
+        });
+        if (!done) return Answer(res, 409, "pick: a newer pick took this one's place");
+        if (!failure.empty()) return Answer(res, 400, failure);
+        json answer = {{"found", pick.has_value()}};
+        if (pick)
+            answer.update({{"world", {pick->world.x, pick->world.y, pick->world.z}},
+                           {"voxel", {pick->voxel.x, pick->voxel.y, pick->voxel.z}},
+                           {"layer", pick->layer},
+                           {"layerCount", pick->layerCount},
+                           {"value", pick->value}});
+        AnswerJson(res, answer);
+    });
+
     http_->Post("/api/save", [this](const httplib::Request& req, httplib::Response& res) {
         const std::optional<json> document = DocumentOf(req, res);
         if (!document) return;

@@ -13,6 +13,9 @@
 //                                409 when a newer frame of the same view took
 //                                its place, 400 naming what is wrong
 //   GET  /api/probe?x=&y=&z=     the voxel nearest to an LPS point: index, value
+//   POST /api/pick?x=&y=         body: a maximum or minimum slab document;
+//                                answer: the winning sample under pixel (x, y):
+//                                LPS point, voxel position, layer, value
 //   POST /api/save               body: a request document; writes it and its
 //                                picture to the save folder under names the
 //                                server chooses; answers with those names

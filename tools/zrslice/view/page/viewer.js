@@ -364,6 +364,21 @@ function curveChanged() {
 // ---- input ----
 function setCross(p) { state.cross = p; invalidateAll(false); }
 
+// True when the view shows a maximum or minimum slab: its pixels then come
+// from one winning sample somewhere in the slab, which the server can find.
+function showsSlabExtreme(v) {
+  const r = v.shown && v.shown.requests[0];
+  return !isCurved(v) && r && (r._int_VolumeRayCastType === 10 || r._int_VolumeRayCastType === 11);
+}
+
+// The winning sample under pixel (x, y) of a maximum or minimum slab view.
+async function pick(v, x, y) {
+  const res = await fetch(`/api/pick?x=${x}&y=${y}`, { method: 'POST', body: JSON.stringify(v.shown) });
+  if (!res.ok) return null;
+  const answer = await res.json();
+  return answer.found ? answer : null;
+}
+
 async function probe(v, x, y) {
   const cam = camera(v);
   const p = isCurved(v) ? curvedToWorld(cam, x, y) : pixelToWorld(cam, x, y);
@@ -372,11 +387,18 @@ async function probe(v, x, y) {
   if (v.probing) { v.probeNext = [x, y]; return; }
   v.probing = true;
   try {
+    const units = state.scene.volume.values.units;
+    const valueText = (value) => `${+value.toFixed(3)}${units ? ' ' + units : ''}`;
     const res = await fetch(`/api/probe?x=${p[0]}&y=${p[1]}&z=${p[2]}`);
     const answer = await res.json();
-    const units = state.scene.volume.values.units;
     let text = `LPS (${p.map((c) => c.toFixed(1)).join(', ')}) mm`;
-    text += answer.inside ? `, voxel (${answer.voxel.join(', ')}), value ${+answer.value.toFixed(3)}${units ? ' ' + units : ''}` : ', outside the volume';
+    text += answer.inside ? `, voxel (${answer.voxel.join(', ')}), value ${valueText(answer.value)}` : ', outside the volume';
+    if (showsSlabExtreme(v)) {
+      const won = await pick(v, x, y);
+      if (won)
+        text += `; slab's winning sample at LPS (${won.world.map((c) => c.toFixed(1)).join(', ')}) mm, voxel (${won.voxel.map((c) => c.toFixed(1)).join(', ')}), ` +
+                `layer ${won.layer + 1} of ${won.layerCount}, value ${valueText(won.value)} (click: crosshair there)`;
+    }
     readout.textContent = text;
   } finally {
     v.probing = false;
@@ -485,6 +507,11 @@ function attachInput(v) {
       curveChanged();
       for (const w of views) drawOverlay(w);
       if (isCurved(views[3])) invalidate(views[3], false);
+      return;
+    }
+    if (showsSlabExtreme(v)) {
+      // On a maximum or minimum slab the crosshair goes to the sample shown.
+      pick(v, e.offsetX, e.offsetY).then((won) => setCross(won ? won.world : p));
       return;
     }
     setCross(p);
