@@ -4,7 +4,8 @@
 // canvas holds exactly the pixels `zrslice render` makes from the request the
 // viewer saved for it. Screenshots go to the output folder.
 //
-//   node viewer_test.mjs --zrslice BIN [--plugin LIB] --out DIR [--source FILE|phantom] [--size N]
+//   node viewer_test.mjs --zrslice BIN [--plugin LIB] --out DIR [--source FILE|phantom|nifti] [--labels FILE]
+//                        [--mesh FILE] [--size N]
 //   node viewer_test.mjs --bench --zrslice BIN [--plugin LIB] --out DIR --source V1.nii [--filter TEXT]
 //
 // The second form measures the time from a wheel step in the page to the new
@@ -14,6 +15,7 @@ import { spawn, execFileSync } from 'node:child_process';
 import { existsSync, mkdirSync, readFileSync } from 'node:fs';
 import { join, resolve } from 'node:path';
 import { createInterface } from 'node:readline';
+import { fileURLToPath } from 'node:url';
 import { readPng } from './png.mjs';
 
 const SKIP = 77;
@@ -41,6 +43,14 @@ try {
 }
 
 const out = resolve(args.out);
+mkdirSync(out, { recursive: true });
+// "--source nifti": a CT-like head, its labels and a mesh, written by nibabel
+// and VTK as a user's files would be (write_ct_files.py).
+if (args.source === 'nifti') {
+  const files = join(out, 'files');
+  execFileSync(process.env.ZR_PYTHON || '/usr/bin/python3', [fileURLToPath(new URL('write_ct_files.py', import.meta.url)), files], { stdio: 'inherit' });
+  Object.assign(args, { source: join(files, 'ct.nii.gz'), labels: join(files, 'labels.nii.gz'), mesh: join(files, 'ball.stl') });
+}
 // The plug-in: as given, else the one beside the program.
 const pluginArgs = args.plugin ? ['--plugin', args.plugin] : [];
 const saves = join(out, 'saves');
@@ -48,7 +58,8 @@ mkdirSync(saves, { recursive: true });
 
 // ---- the viewer process ----
 function startViewer() {
-  const child = spawn(args.zrslice, [...pluginArgs, '-q', 'view', args.source, '--port', '0', '--save-dir', saves],
+  const extra = [...(args.labels ? ['--labels', args.labels] : []), ...(args.mesh ? ['--mesh', args.mesh] : [])];
+  const child = spawn(args.zrslice, [...pluginArgs, '-q', 'view', args.source, ...extra, '--port', '0', '--save-dir', saves],
                       { stdio: ['ignore', 'pipe', 'inherit'] });
   return new Promise((resolveUrl, reject) => {
     const lines = createInterface({ input: child.stdout });
@@ -207,12 +218,14 @@ async function explore() {
   // Save the axial view (a click there makes it the current view) and replay
   // the saved request with zrslice render.
   const planeZ = (await state('cross'))[2];
-  await page.mouse.click(centre[0] + 10, centre[1] - 10);
-  await page.waitForFunction((z) => window.zrViewer.state.cross[2] !== z, { timeout: 10000 }, planeZ).catch(() => {});
+  const target = [Math.round(a.w / 2 + 10), Math.round(a.h / 2 - 10)];
+  const winner = await page.evaluate((t) => window.zrViewer.pick('axial', t[0], t[1]), target);
+  await page.mouse.click(a.x + target[0], a.y + target[1]);
+  await page.waitForFunction((w) => window.zrViewer.state.cross.every((c, k) => c === w[k]), { timeout: 10000 }, winner.world).catch(() => {});
   await idle();
   const picked = await state('cross');
-  check(picked[2] !== planeZ && Math.abs(picked[2] - planeZ) <= 10 + zStep,
-        `a click on the maximum slab moves the crosshair to its winning sample, within the slab: z ${planeZ} -> ${picked[2]}`);
+  check(picked.every((c, k) => c === winner.world[k]) && Math.abs(picked[2] - planeZ) <= 10 + zStep,
+        `a click on the maximum slab moves the crosshair to its winning sample, within the slab: (${picked.join(', ')}), z was ${planeZ}`);
   await page.click('#save');
   await page.waitForFunction(() => window.zrViewer.lastSave, { timeout: 60000 });
   const saved = await page.evaluate(() => window.zrViewer.lastSave);
@@ -239,6 +252,32 @@ async function explore() {
   check(request.requests[0]._int_VolumeRayCastType === 10 && request.requests[0]._float_PlaneThickness === 20,
         'the saved request is the maximum slab on screen');
   await shot('05-saved.png');
+
+  // Overlays: the labels tint the slices, the meshes' cut lines in their colour.
+  const scene = await page.evaluate(() => ({ labels: window.zrViewer.state.scene.labels, meshes: window.zrViewer.state.scene.meshes }));
+  await page.select('#mode', '0');
+  await idle();
+  const plain = await pixels('axial');
+  const coloured = (px) => { let n = 0; for (let k = 0; k < px.length; k += 4) if (Math.max(px[k], px[k + 1], px[k + 2]) - Math.min(px[k], px[k + 1], px[k + 2]) > 8) ++n; return n; };
+  if (scene.meshes.length) {
+    const [r, g, b] = scene.meshes[0].colour.map((c) => Math.round(c * 255));
+    let onLine = 0;
+    for (let k = 0; k < plain.length; k += 4)
+      if (Math.abs(plain[k] - r) <= 2 && Math.abs(plain[k + 1] - g) <= 2 && Math.abs(plain[k + 2] - b) <= 2) ++onLine;
+    check(onLine > 20, `the mesh's cut line is drawn in its colour in the axial view (${onLine} pixels)`);
+  }
+  if (scene.labels) {
+    await page.select('#labels', 'overlay');
+    await idle();
+    const tinted = await pixels('axial');
+    check(coloured(tinted) > coloured(plain) + 100, `the label overlay tints the axial slice (${coloured(plain)} -> ${coloured(tinted)} coloured pixels)`);
+    await shot('06-labels.png');
+  }
+  await page.$eval('#iso-on', (el) => { el.checked = true; el.dispatchEvent(new Event('change')); });
+  await idle();
+  const iso = await page.evaluate(() => window.zrViewer.views[0].shown.requests[0]);
+  check(iso._bool_DrawIsoBoundary === true && Number.isInteger(iso._int_Density0), 'the iso-line is asked for at the chosen value (in stored words)');
+  await shot('07-iso-line.png');
 }
 
 // ---- the frame-time benchmark ----

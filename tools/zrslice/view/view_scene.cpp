@@ -113,9 +113,13 @@ ViewScene::ViewScene(const ViewSources& sources, zrio::PluginSession& plugin) : 
     json values = {{"offset", v.offset}, {"isFloat", v.isFloat}, {"units", v.units},
                    {"min", v.min},       {"max", v.max},         {"low", v.low}, {"high", v.high}};
     if (volume_->window) values["window"] = {volume_->window->x, volume_->window->y};
-    // Window presets are Hounsfield units: offered for CT only.
+    // Window presets are Hounsfield units: offered for CT only, that is a
+    // volume in HU, or one without units whose values run from air (about
+    // -1000) to bone, as a CT saved without its units does (NIfTI has no
+    // field for them).
     json presets = json::array();
-    if (v.units == "HU")
+    const bool ctLike = v.units.empty() && !v.isFloat && v.min <= -900.0 && v.min >= -1100.0 && v.max >= 300.0;
+    if (v.units == "HU" || ctLike)
         for (const zrio::WindowPreset& p : zrio::HuWindowPresets())
             presets.push_back({{"name", p.name}, {"centre", p.centre}, {"width", p.width}});
     description_ = {

@@ -138,7 +138,8 @@ function frameDocument(v, fast) {
   const request = { _string_RenderingSourceType: 'SECTIONAL_VOLUME', _bool_IsFirstRenderer: true };
   const requests = [request];
   let mode = state.mode;
-  if (state.labels !== 'off' && scene.labels) {
+  // Labels on flat views (the mask-selected family draws planes only).
+  if (state.labels !== 'off' && scene.labels && !isCurved(v)) {
     objects.labels = scene.objects.labels;
     volumeEntry.tables.MASKVOLUME = 'labels';
     volumeEntry.params = { _bool_MultiOTF: true, _int_NumOTFs: 5 };
@@ -649,6 +650,7 @@ window.zrViewer = {
   state, views, stats, lastSave: null,
   idle: () => views.every((v) => !v.busy && !v.dirty && !v.restTimer && v.shown),
   save: (id) => save(views.find((v) => v.id === id)),
+  pick: (id, x, y) => pick(views.find((v) => v.id === id), x, y),
   worldToPixel: (id, p) => worldToPixel(camera(views.find((v) => v.id === id)), p),
   ready: start().catch((e) => showMessage(`start: ${e}`)),
 };
