@@ -284,7 +284,8 @@ async function explore() {
 async function bench() {
   const a = await box('axial');
   await page.mouse.move(a.x + a.w / 2, a.y + a.h / 2);
-  const cases = [['thin', '0'], ['maximum', '10']].filter(([name]) => !args.filter || name.includes(args.filter) || args.filter.includes('View'));
+  // The cases the benchmark filter (a regular expression, as zrbench's) selects.
+  const cases = [['thin', '0'], ['maximum', '10']].filter(([name]) => !args.filter || new RegExp(args.filter).test(`View_${name}_512`));
   const results = {};
   for (const [name, mode] of cases) {
     await page.select('#mode', mode);
