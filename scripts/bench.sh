@@ -33,7 +33,7 @@ fi
 if [ $# -eq 0 ] || [[ "$*" == *View* ]]; then
     v1="$build/bench-data/v1_u16_512x512x400.raw"
     if [ ! -f "$v1" ]; then  # zrbench writes the V1 cache when a V1 workload first runs
-        "$build/bin/zrbench" --benchmark_filter='^W1_OtfSlice/1$' --benchmark_min_time=0.01 >/dev/null
+        "$build/bin/zrbench" --benchmark_filter='^W1_OtfSlice/1/' --benchmark_min_time=0.01 >/dev/null
     fi
     /usr/bin/python3 bench/viewer_volume.py "$v1" "$build/bench-data/v1.nii"
     filter=""

@@ -21,6 +21,7 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
+#include "io/input_error.h"
 #include "io/png_io.h"
 #include "tests/io/file_test_support.h"
 #include "tests/tools/zrslice_runner.h"
@@ -340,6 +341,11 @@ TEST_F(Viewer, AStalledClientHoldsNoRenderSlot) {
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
     close(stalled);
+}
+
+TEST_F(Viewer, ASecondViewerOnTheSamePortIsRefused) {
+    ViewerServer second(*scene_, saves_->Path());
+    EXPECT_THROW(second.Bind("127.0.0.1", port_), zrio::InputError);
 }
 
 TEST(FrameWorker, ANewerFrameOfAViewReplacesTheOneWaiting) {

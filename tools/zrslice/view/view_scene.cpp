@@ -81,7 +81,8 @@ ViewScene::ViewScene(const ViewSources& sources, zrio::PluginSession& plugin) : 
     if (objects_.contains("labels")) entry["tables"]["MASKVOLUME"] = "labels";
     scene.push_back(entry);
     for (const json& m : meshes) scene.push_back({{"object", m["name"]}});
-    const json load = {{"image", {{"size", {1, 1}}, {"camera", {{"position", {0, 0, 0}}, {"viewDirection", {0, 0, 1}}, {"up", {0, -1, 0}}, {"viewExtent", 1}}}}},
+    const json camera = {{"position", {0, 0, 0}}, {"viewDirection", {0, 0, 1}}, {"up", {0, -1, 0}}, {"viewExtent", 1}};
+    const json load = {{"image", {{"size", {1, 1}}, {"camera", camera}}},
                        {"objects", objects},
                        {"scene", scene},
                        {"requests", {{{"_bool_IsFirstRenderer", true}}}}};  // checked, never run
@@ -95,7 +96,8 @@ ViewScene::ViewScene(const ViewSources& sources, zrio::PluginSession& plugin) : 
     } catch (const std::exception& e) {
         // The builders name the object ("objects.labels: ..."); say which file.
         const std::string text = e.what();
-        if (text.rfind("objects.labels", 0) == 0) where = sources.labels.empty() ? "labels phantom" : sources.labels;
+        if (text.rfind("objects.labels", 0) == 0 || text.find("MASKVOLUME") != std::string::npos)
+            where = sources.labels.empty() ? "labels phantom" : sources.labels;
         throw zrio::InputError(where, text);
     }
 

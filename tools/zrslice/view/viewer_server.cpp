@@ -1,11 +1,12 @@
 #include "viewer_server.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <optional>
-#include <regex>
 
 #include "io/input_error.h"
 #include "page_assets.h"
@@ -73,6 +74,13 @@ ViewerServer::ViewerServer(ViewScene& scene, fs::path saveFolder)
     http_->set_payload_max_length(kMaxDocumentBytes);
     http_->set_read_timeout(kTimeoutSeconds, 0);
     http_->set_write_timeout(kTimeoutSeconds, 0);
+    // Reuse an address left in TIME_WAIT (a viewer started again at once), but
+    // never share a port with a listener that is still there, as the library's
+    // default SO_REUSEPORT would: a second viewer on the same port is refused.
+    http_->set_socket_options([](int socket) {
+        int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    });
     Route();
 }
 
@@ -113,9 +121,12 @@ void ViewerServer::Route() {
     });
 
     http_->Post("/api/frame", [this](const httplib::Request& req, httplib::Response& res) {
-        static const std::regex kViewName("[a-z0-9-]{1,16}");
         const std::string view = req.get_param_value("view");
-        if (!std::regex_match(view, kViewName))
+        const bool named = !view.empty() && view.size() <= 16 &&
+                           std::all_of(view.begin(), view.end(), [](char c) {
+                               return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
+                           });
+        if (!named)
             return Answer(res, 400, "frame: name the view as ?view= with 1 to 16 letters, digits or '-'");
         const std::optional<json> document = DocumentOf(req, res);
         if (!document) return;
