@@ -291,18 +291,24 @@ async function bench() {
     await page.select('#mode', mode);
     await page.$eval('#thickness', (el) => { el.value = '20'; el.dispatchEvent(new Event('change')); });
     await idle();
-    const total = [], render = [];
+    const total = [], render = [], parts = { beforeSendMs: [], answerMs: [], transferMs: [], drawMs: [] };
     for (let k = 0; k < 23; ++k) {
       const n = await page.evaluate(() => window.zrViewer.stats.frames);
       await page.mouse.wheel({ deltaY: k % 2 ? -100 : 100 });
       await page.waitForFunction((n) => window.zrViewer.stats.frames > n && window.zrViewer.idle(), { polling: 2 }, n);
       const last = await page.evaluate(() => window.zrViewer.stats.last);
-      if (k >= 2) { total.push(last.totalMs); render.push(last.renderMs); }  // two warm-up steps
+      if (k >= 2) {  // after two warm-up steps
+        total.push(last.totalMs);
+        render.push(last.renderMs);
+        for (const part in parts) parts[part].push(last[part]);
+      }
     }
-    results[name] = { actionToPixels: median(total), render: median(render), runs: total.length };
+    const split = Object.fromEntries(Object.entries(parts).map(([part, xs]) => [part, median(xs)]));
+    results[name] = { actionToPixels: median(total), render: median(render), runs: total.length, ...split };
     console.log(`View_${name}_512: action to pixels ${median(total).toFixed(1)} ms (median of ${total.length}), ` +
                 `render in the server ${median(render).toFixed(1)} ms, ` +
-                `min ${Math.min(...total).toFixed(1)} max ${Math.max(...total).toFixed(1)} ms`);
+                `min ${Math.min(...total).toFixed(1)} max ${Math.max(...total).toFixed(1)} ms; medians of the parts: ` +
+                Object.entries(split).map(([part, ms]) => `${part} ${ms.toFixed(1)}`).join(', '));
   }
   // The other way a frame could travel: as PNG, encoded by the server and
   // decoded by the browser. The browser's half, timed on the same kind of

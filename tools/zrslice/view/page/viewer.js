@@ -209,6 +209,7 @@ function invalidate(v, fast) {
   if (!fast && !v.dirty && !v.busy && !v.restTimer && v.shown &&
       JSON.stringify(frameDocument(v, false)) === JSON.stringify(v.shown)) {
     drawOverlay(v);
+    drawn(v);
     return;
   }
   if (v.actionAt === null) v.actionAt = performance.now();
@@ -229,11 +230,14 @@ async function pump(v) {
   v.actionAt = null;
   const doc = frameDocument(v, fast);
   try {
+    const sentAt = performance.now();
     const res = await fetch(`/api/frame?view=${v.id}`, { method: 'POST', body: JSON.stringify(doc) });
     if (res.status === 409) return;
     if (!res.ok) { showMessage(await res.text()); return; }
+    const answeredAt = performance.now();
     const width = +res.headers.get('X-Frame-Width'), height = +res.headers.get('X-Frame-Height');
     const pixels = new Uint8ClampedArray(await res.arrayBuffer());
+    const receivedAt = performance.now();
     // Drawn opaque: the canvas keeps premultiplied colours, so a pixel the
     // module left transparent would lose its colour; opaque pixels keep the
     // module's R, G, B exactly.
@@ -244,7 +248,11 @@ async function pump(v) {
     const renderMs = parseFloat(res.headers.get('X-Render-Ms'));
     const totalMs = performance.now() - startedAt;
     stats.frames++;
-    stats.last = { view: v.id, fast, renderMs, totalMs, width, height };
+    // Where the time went: until the request left, the server's answer (its
+    // render included), the body's transfer, and drawing.
+    stats.last = { view: v.id, fast, renderMs, totalMs, width, height, beforeSendMs: sentAt - startedAt,
+                   answerMs: answeredAt - sentAt, transferMs: receivedAt - answeredAt,
+                   drawMs: performance.now() - receivedAt };
     stats.history.push(stats.last);
     if (stats.history.length > 200) stats.history.shift();
     document.getElementById('timing').textContent =
@@ -257,6 +265,7 @@ async function pump(v) {
     v.busy = false;
     drawOverlay(v);
     if (v.dirty) pump(v);
+    else drawn(v);
   }
 }
 
@@ -363,7 +372,19 @@ function curveChanged() {
 }
 
 // ---- input ----
-function setCross(p) { state.cross = p; invalidateAll(false); }
+// The view the user acts on gets its frame first; the others follow once it
+// is drawn, so that the render thread is not busy with them meanwhile.
+function setCross(p, from) {
+  state.cross = p;
+  from.onDrawn = () => invalidateAll(false);
+  invalidate(from, false);
+}
+
+function drawn(v) {
+  const then = v.onDrawn;
+  v.onDrawn = null;
+  if (then) then();
+}
 
 // True when the view shows a maximum or minimum slab: its pixels then come
 // from one winning sample somewhere in the slab, which the server can find.
@@ -437,7 +458,7 @@ function attachInput(v) {
     }
     if (isCurved(v)) return;
     const step = voxelStep(v.normal) * (e.shiftKey ? 10 : 1) * Math.sign(e.deltaY);
-    setCross(add(state.cross, scale(v.normal, step)));
+    setCross(add(state.cross, scale(v.normal, step)), v);
   }, { passive: false });
   el.addEventListener('pointerdown', (e) => {
     state.lastView = v.id;
@@ -512,10 +533,10 @@ function attachInput(v) {
     }
     if (showsSlabExtreme(v)) {
       // On a maximum or minimum slab the crosshair goes to the sample shown.
-      pick(v, e.offsetX, e.offsetY).then((won) => setCross(won ? won.world : p));
+      pick(v, e.offsetX, e.offsetY).then((won) => setCross(won ? won.world : p, v));
       return;
     }
-    setCross(p);
+    setCross(p, v);
   });
   el.addEventListener('pointerleave', () => { document.getElementById('readout').textContent = ''; });
 }
