@@ -5,7 +5,7 @@
 // stay the module's pixels).
 'use strict';
 
-// ---- small vector helpers (world coordinates: LPS millimetres) ----
+// ---- small vector functions (world coordinates: LPS millimetres) ----
 const add = (a, b) => [a[0] + b[0], a[1] + b[1], a[2] + b[2]];
 const sub = (a, b) => [a[0] - b[0], a[1] - b[1], a[2] - b[2]];
 const scale = (a, s) => [a[0] * s, a[1] * s, a[2] * s];
@@ -173,7 +173,7 @@ function frameDocument(v, fast) {
     request.targetVolume = 'volume';
     request._bool_DrawIsoBoundary = true;
     request._int_Density0 = Math.round(state.iso.value) + scene.volume.values.offset;
-    request._double4_ColorOuter = [1, 1, 0, 1];
+    request._double4_ColorOuter = [0.2, 1, 1, 1];  // cyan: apart from the meshes' colours
   }
   if (fast) Object.assign(request, { _bool_IsFastQualityMode: true, _int_LengthFastModeMax: FAST_LENGTH });
   if (isCurved(v)) Object.assign(request, curveKeys());
