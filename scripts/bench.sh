@@ -18,6 +18,10 @@ build=${ZR_BENCH_BUILD:-build/bench}
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZR_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target zrbench zrslice
 
+if [ $# -eq 0 ] || [[ "$*" == *L1* ]]; then
+    /usr/bin/python3 bench/volume_v1_nifti.py "$build/bench-data" >/dev/null
+fi
+
 echo "load: $(cut -d' ' -f1-3 /proc/loadavg)"
 "$build/bin/zrbench" --benchmark_repetitions=7 --benchmark_report_aggregates_only=true \
     --benchmark_min_warmup_time=0.2 --benchmark_min_time=0.3 "$@"
