@@ -3,15 +3,10 @@
 // as they are), for the formats that are a header and packed arrays
 // (NIfTI, MGH). Every failure is an InputError naming the file; a stream that
 // ends early says how many bytes it held and how many were needed.
-//
-// A compressed stream can be decompressed ahead on a thread of its own into a
-// small ring of buffers (ReadAhead), so that a reader converting what it has
-// does not wait for the decompression of what comes next.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 
 namespace zrio {
@@ -41,24 +36,13 @@ public:
     // Moves forward to `offset` (never back) or throws when the stream ends first.
     void SkipTo(uint64_t offset, const std::string& what);
 
-    // From here on, a compressed stream's next `bytes` bytes are decompressed
-    // on another thread into `buffers` buffers of `bufferBytes` each, which
-    // the reads above take from (and from the stream again after them); a
-    // failure there is thrown by the read that reaches it. Nothing changes for
-    // a plain file, which the system reads ahead already.
-    void ReadAhead(uint64_t bytes, size_t bufferBytes = size_t{1} << 20, int buffers = 4);
-
 private:
-    class Ring;
-    uint64_t ReadStream(unsigned char* data, uint64_t count);
-
     std::string path_;
     void* file_ = nullptr;   // gzFile
     std::FILE* plain_ = nullptr;
     bool compressed_ = false;
     uint64_t fileBytes_ = 0;
     uint64_t position_ = 0;
-    std::unique_ptr<Ring> ring_;
 };
 
 // Swaps the bytes of `count` values of `size` bytes each, in place.

@@ -28,7 +28,6 @@ Read<T> ReadWidened(ByteSource& source, bool bigEndian, const VoxelGrid& shape, 
     const uint64_t start = source.Position(), total = perSlice * sizeof(T) * static_cast<uint64_t>(dims.z);
     const bool swap = sizeof(T) > 1 && bigEndian != (std::endian::native == std::endian::big);
     std::vector<T> slice(perSlice);
-    source.ReadAhead(total);
     Read<T> read;
     read.volume = zrobjects::MakeVolumeByRows<Word>(dims, shape.geometry, [&](int z, int y, Word* row) {
         if (y == 0) {
