@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <span>
 #include <type_traits>
 #include <vector>
 
@@ -12,9 +13,10 @@ namespace zrio {
 
 namespace {
 
+// A volume of stored words and the range of the values they came from.
 template <class T>
 struct Read {
-    std::shared_ptr<zrobjects::ZrVObjectVolume> volume;  // words of type Word
+    std::shared_ptr<zrobjects::ZrVObjectVolume> volume;
     T lo = std::numeric_limits<T>::max(), hi = std::numeric_limits<T>::lowest();
 };
 
