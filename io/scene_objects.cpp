@@ -360,8 +360,8 @@ LoadedVolume BuildVolumeObject(const json& source, const std::string& where, con
         }
         if (f.Has("frame")) choice.frame = f.Int("frame", 0, 0, 1 << 30);
         const std::string path = Resolve(base, f.String("file"));
-        const LoadProgress progress(path);
-        return ReadVolumeFile(path, choice, kind).loaded;
+        LoadProgress progress(path);
+        return ReadVolumeFile(path, choice, kind, &progress).loaded;
     }
     for (const char* key : {"series", "frame"})
         if (f.Has(key)) Fail(f.PathOf(key), "only a volume read from a file has series and frames");
@@ -379,8 +379,8 @@ LoadedVolume BuildVolumeObject(const json& source, const std::string& where, con
     header.bigEndian = order == "big";
     header.geometry = RawGeometry(f);
     const std::string path = Resolve(base, f.String("raw"));
-    const LoadProgress progress(path);
-    return ReadRawVolume(path, header);
+    LoadProgress progress(path);
+    return ReadRawVolume(path, header, &progress);
 }
 
 std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const json& source, const std::string& where,

@@ -11,6 +11,7 @@
 #include "byte_source.h"
 #include "input_error.h"
 #include "mesh_files.h"
+#include "packed_volume.h"
 #include "stored_voxels.h"
 #include "volume_readers.h"
 
@@ -51,7 +52,7 @@ void CheckVolumeSize(const glm::ivec3& dims, size_t voxelBytes) {
         throw std::invalid_argument("volume of " + text + " voxels is too large for this machine's memory");
 }
 
-LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header) {
+LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header, LoadProgress* progress) {
     try {
         CheckVolumeSize(header.dims, VoxelKindBytes(header.kind));
     } catch (const std::invalid_argument& e) {
@@ -70,17 +71,18 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
                                    " voxel bytes)");
     ByteSource source(path, ByteSource::Compression::None);
     source.SkipTo(header.headerBytes, "the voxel data");
-    VoxelGrid grid;
-    grid.dims = header.dims;
-    grid.geometry = header.geometry;
+    VoxelGrid shape;
+    shape.dims = header.dims;
+    shape.geometry = header.geometry;
     const StoredType types[] = {StoredType::Int8, StoredType::UInt8, StoredType::Int16, StoredType::UInt16,
                                 StoredType::Float32};
-    ReadStoredVoxels(source, types[static_cast<int>(header.kind)], voxelBytes / VoxelKindBytes(header.kind),
-                     header.bigEndian, grid);
     try {
-        return ToModuleVolume(std::move(grid));
+        return ReadPackedVolume(source, types[static_cast<int>(header.kind)], header.bigEndian, std::move(shape),
+                                progress);
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
+    } catch (const std::bad_alloc&) {
+        throw InputError(path, "not enough memory to read the volume");
     }
 }
 
@@ -115,11 +117,19 @@ VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, Vol
     }
 }
 
-VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice, std::optional<VoxelKind> as) {
+VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice, std::optional<VoxelKind> as,
+                          LoadProgress* progress) {
     VolumeFile file;
-    VoxelGrid grid = ReadVoxelGrid(path, choice, file.info);
+    CheckIsVolumeInput(path);
+    // Without a forced type, packed files go straight into the module volume.
+    const bool packed = !as && !IsDicomInput(path);
     try {
-        file.loaded = ToModuleVolume(std::move(grid), as);
+        if (packed && IsNiftiFile(path))
+            file.loaded = ReadNiftiVolume(path, choice, file.info, progress);
+        else if (packed && IsMghFile(path))
+            file.loaded = ReadMghVolume(path, choice, file.info, progress);
+        else
+            file.loaded = ToModuleVolume(ReadVoxelGrid(path, choice, file.info), as);
         file.loaded.warnings.insert(file.loaded.warnings.begin(), file.info.warnings.begin(), file.info.warnings.end());
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
