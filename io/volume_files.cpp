@@ -11,7 +11,6 @@
 #include "byte_source.h"
 #include "input_error.h"
 #include "mesh_files.h"
-#include "stored_voxels.h"
 #include "volume_readers.h"
 
 namespace zrio {
@@ -53,7 +52,7 @@ void CheckVolumeSize(const glm::ivec3& dims, size_t voxelBytes) {
 
 LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header) {
     try {
-        CheckVolumeSize(header.dims, VoxelKindBytes(header.kind));
+        CheckVolumeSize(header.dims, StoredTypeBytes(header.type));
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
     }
@@ -62,7 +61,7 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
     const uint64_t fileBytes = std::filesystem::file_size(path, ec);
     if (ec) throw InputError(path, "cannot read the file size: " + ec.message());
     const uint64_t voxelBytes = static_cast<uint64_t>(header.dims.x) * header.dims.y * header.dims.z *
-                                VoxelKindBytes(header.kind);
+                                StoredTypeBytes(header.type);
     if (fileBytes < header.headerBytes + voxelBytes)
         throw InputError(path, "raw file holds " + std::to_string(fileBytes) + " bytes, its header needs " +
                                    std::to_string(header.headerBytes + voxelBytes) + " (" +
@@ -73,10 +72,7 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
     VoxelGrid grid;
     grid.dims = header.dims;
     grid.geometry = header.geometry;
-    const StoredType types[] = {StoredType::Int8, StoredType::UInt8, StoredType::Int16, StoredType::UInt16,
-                                StoredType::Float32};
-    ReadStoredVoxels(source, types[static_cast<int>(header.kind)], voxelBytes / VoxelKindBytes(header.kind),
-                     header.bigEndian, grid);
+    ReadStoredVoxels(source, header.type, voxelBytes / StoredTypeBytes(header.type), header.bigEndian, grid);
     try {
         return ToModuleVolume(std::move(grid));
     } catch (const std::invalid_argument& e) {
