@@ -188,7 +188,7 @@ std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string&
                 for (int c = 0; c < 5; ++c) v[c] = NumberAt(list[k][c], pat + "[" + std::to_string(c) + "]");
                 for (int c = 1; c < 5; ++c)
                     if (v[c] < 0.0 || v[c] > 1.0) Fail(pat, "colour and opacity must be in 0..1");
-                if (!points.empty() && v[0] < points.back().value) Fail(pat, "control points must be sorted by value");
+                if (!points.empty() && v[0] + offset < points.back().value) Fail(pat, "control points must be sorted by value");
                 points.push_back({v[0] + offset, v[1], v[2], v[3], v[4]});
             }
             return {zrobjects::ControlPointTableEntries(points, CountOf(f))};
