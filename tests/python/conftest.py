@@ -12,6 +12,8 @@ import pytest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "files"))
 
 ZRSLICE = os.environ.get("ZRSLICE", "zrslice")
+if os.sep in ZRSLICE:
+    ZRSLICE = os.path.abspath(ZRSLICE)  # tests may change folder
 
 
 def read_png(path):
