@@ -1,7 +1,7 @@
 """Requests as dicts of the module's tagged keys, for the usual pictures.
 
 A request is a plain dict, written with the exact keys of
-docs/request-format.md; these helpers only fill in the common ones. Any dict
+docs/request-format.md; these functions only fill in the common ones. Any dict
 works: the keys are checked against the module's list when rendered, and a
 mistyped key is refused naming the nearest one.
 """
