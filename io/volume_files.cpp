@@ -54,7 +54,7 @@ void CheckVolumeSize(const glm::ivec3& dims, size_t voxelBytes) {
 
 LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header, LoadProgress* progress) {
     try {
-        CheckVolumeSize(header.dims, VoxelKindBytes(header.kind));
+        CheckVolumeSize(header.dims, StoredTypeBytes(header.type));
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
     }
@@ -63,7 +63,7 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
     const uint64_t fileBytes = std::filesystem::file_size(path, ec);
     if (ec) throw InputError(path, "cannot read the file size: " + ec.message());
     const uint64_t voxelBytes = static_cast<uint64_t>(header.dims.x) * header.dims.y * header.dims.z *
-                                VoxelKindBytes(header.kind);
+                                StoredTypeBytes(header.type);
     if (fileBytes < header.headerBytes + voxelBytes)
         throw InputError(path, "raw file holds " + std::to_string(fileBytes) + " bytes, its header needs " +
                                    std::to_string(header.headerBytes + voxelBytes) + " (" +
@@ -74,11 +74,8 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
     VoxelGrid shape;
     shape.dims = header.dims;
     shape.geometry = header.geometry;
-    const StoredType types[] = {StoredType::Int8, StoredType::UInt8, StoredType::Int16, StoredType::UInt16,
-                                StoredType::Float32};
     try {
-        return ReadPackedVolume(source, types[static_cast<int>(header.kind)], header.bigEndian, std::move(shape),
-                                progress);
+        return ReadPackedVolume(source, header.type, header.bigEndian, std::move(shape), progress);
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
     } catch (const std::bad_alloc&) {

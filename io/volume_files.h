@@ -13,6 +13,7 @@
 #include <glm/glm.hpp>
 
 #include "load_progress.h"
+#include "stored_voxels.h"
 #include "voxel_grid.h"
 
 namespace zrio {
@@ -70,10 +71,10 @@ VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice = 
 VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info);
 
 // A raw file: `headerBytes` skipped, then dims.x * dims.y * dims.z voxels of
-// `kind`, x fastest, in the given byte order.
+// `type`, x fastest, in the given byte order.
 struct RawVolumeHeader {
     glm::ivec3 dims{0};
-    VoxelKind kind = VoxelKind::UInt16;
+    StoredType type = StoredType::UInt16;
     bool bigEndian = false;
     uint64_t headerBytes = 0;
     zrobjects::VolumeGeometry geometry;
