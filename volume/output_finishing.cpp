@@ -117,7 +117,8 @@ void ComposeFinalImage(const zrobjects::ModuleRequest& request, const VolumeRend
         if (!geometry.reduced) {
             std::memcpy(final, target, bytes);
         } else {
-            std::memset(final, 0, bytes);
+            // The final buffer is cleared and enlarged into in one pass.
+            up.clearRows = height;
             UpscaleImage(up);
         }
     } else {

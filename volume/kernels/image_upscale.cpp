@@ -1,11 +1,14 @@
 #include "image_upscale.h"
 
 #include <cstddef>
+#include <cstring>
+#include <vector>
 
 #include "common/float_convert.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/parallel_for.h"
 #include "volume/kernels/pixel_bytes.h"
+#include "volume/kernels/upscale_lanes.h"
 #include "volume/kernels/voxel_sampling.h"
 
 namespace zrvolume {
@@ -13,6 +16,34 @@ namespace zrvolume {
 using zrcommon::TruncateToInt32;
 
 namespace {
+
+// The source column and fraction of every destination column x0 .. x1 - 1: fx
+// starts at 0; when fx >= 1, fx -= 1 and the column advances by one (at most
+// once per destination pixel, hence sx <= 1); then fx += sx. The same for
+// every row, so it is run once per image, in this order, giving the same bits.
+struct ColumnSteps {
+    std::vector<int32_t> column;
+    std::vector<float> fx;
+};
+
+ColumnSteps StepColumns(const ImageUpscaleArgs& a) {
+    ColumnSteps steps;
+    const int count = a.x1 > a.x0 ? a.x1 - a.x0 : 0;
+    steps.column.resize(static_cast<size_t>(count));
+    steps.fx.resize(static_cast<size_t>(count));
+    float fx = 0.0f;
+    int32_t col = 0;
+    for (int i = 0; i < count; ++i) {
+        if (fx >= 1.0f) {
+            fx -= 1.0f;
+            ++col;
+        }
+        steps.column[i] = col;
+        steps.fx[i] = fx;
+        fx += a.sx;
+    }
+    return steps;
+}
 
 // One destination row's source rows and vertical weight.
 struct SourceRows {
@@ -54,47 +85,53 @@ inline uint16_t InterpolatedValue(const SourceRows& rows, int col, float fx) {
     return static_cast<uint16_t>(TruncateToInt32(v));
 }
 
-void UpscaleRow(const ImageUpscaleArgs& a, int r) {
+// Clears the pixels of destination row `row` left and right of the drawn
+// columns.
+void ClearBesideColumns(const ImageUpscaleArgs& a, int row) {
+    uint32_t* start = a.destination + static_cast<ptrdiff_t>(row) * a.pitch;
+    std::memset(start, 0, static_cast<size_t>(a.x0) * 4);
+    std::memset(start + a.x1, 0, static_cast<size_t>(a.pitch - a.x1) * 4);
+}
+
+void UpscaleRow(const ImageUpscaleArgs& a, const ColumnSteps& steps, SimdTarget target, int r) {
     const SourceRows rows = RowsFor(a, r);
-    const ptrdiff_t rowStart = static_cast<ptrdiff_t>(a.rowOffset + r) * a.pitch;
-    const bool values = rows.upperValues != nullptr && a.destinationValues != nullptr;
-    float fx = 0.0f;
-    int col = 0;
-    for (int x = a.x0; x < a.x1; ++x) {
-        // At most one source column per destination pixel, hence sx <= 1.
-        if (fx >= 1.0f) {
-            fx -= 1.0f;
-            ++col;
-        }
+    uint32_t* destination = a.destination + static_cast<ptrdiff_t>(a.rowOffset + r) * a.pitch + a.x0;
+    const int count = static_cast<int>(steps.column.size());
+    UpscaleRowJob job;
+    job.upper = rows.upper;
+    job.lower = rows.lower;
+    job.columns = steps.column.data();
+    job.fx = steps.fx.data();
+    job.fy = rows.fy;
+    job.count = count;
+    job.destination = destination;
+    for (int i = UpscaleLanes(target, job); i < count; ++i) {
         float bytes[4];
-        InterpolatedBytes(rows, col, fx, bytes);
-        a.destination[rowStart + x] = TruncatedByte(bytes[0]) | (TruncatedByte(bytes[1]) << 8) |
-                                      (TruncatedByte(bytes[2]) << 16) | (TruncatedByte(bytes[3]) << 24);
-        if (values) a.destinationValues[rowStart + x] = InterpolatedValue(rows, col, fx);
-        fx += a.sx;
+        InterpolatedBytes(rows, steps.column[i], steps.fx[i], bytes);
+        destination[i] = TruncatedByte(bytes[0]) | (TruncatedByte(bytes[1]) << 8) |
+                         (TruncatedByte(bytes[2]) << 16) | (TruncatedByte(bytes[3]) << 24);
+    }
+    if (rows.upperValues != nullptr && a.destinationValues != nullptr) {
+        uint16_t* values = a.destinationValues + static_cast<ptrdiff_t>(a.rowOffset + r) * a.pitch + a.x0;
+        for (int i = 0; i < count; ++i) values[i] = InterpolatedValue(rows, steps.column[i], steps.fx[i]);
     }
 }
 
-void UpscaleAndMergeRow(const ImageUpscaleArgs& a, int r) {
+void UpscaleAndMergeRow(const ImageUpscaleArgs& a, const ColumnSteps& steps, int r) {
     const SourceRows rows = RowsFor(a, r);
-    const ptrdiff_t rowStart = static_cast<ptrdiff_t>(a.rowOffset + r) * a.pitch;
+    const ptrdiff_t rowStart = static_cast<ptrdiff_t>(a.rowOffset + r) * a.pitch + a.x0;
     const bool values = rows.upperValues != nullptr && a.destinationValues != nullptr;
     const float w = a.weight;
-    float fx = 0.0f;
-    int col = 0;
-    for (int x = a.x0; x < a.x1; ++x) {
-        if (fx >= 1.0f) {
-            fx -= 1.0f;
-            ++col;
-        }
+    const int count = static_cast<int>(steps.column.size());
+    for (int i = 0; i < count; ++i) {
+        const int col = steps.column[i];
+        const float fx = steps.fx[i];
         float s[4];
         InterpolatedBytes(rows, col, fx, s);
         for (float& c : s) c *= kInverse255;
-        const float currentFx = fx;
-        fx += a.sx;
         if (s[3] <= 0.0f) continue;  // nothing sampled here: keep what the output holds
 
-        const ptrdiff_t index = rowStart + x;
+        const ptrdiff_t index = rowStart + i;
         const uint32_t existing = a.destination[index];
         uint32_t out;
         if ((existing >> 24) == 0) {
@@ -113,7 +150,7 @@ void UpscaleAndMergeRow(const ImageUpscaleArgs& a, int r) {
             }
         }
         a.destination[index] = out;
-        if (values) a.destinationValues[index] = InterpolatedValue(rows, col, currentFx);
+        if (values) a.destinationValues[index] = InterpolatedValue(rows, col, fx);
     }
 }
 
@@ -121,12 +158,30 @@ void UpscaleAndMergeRow(const ImageUpscaleArgs& a, int r) {
 
 void UpscaleImage(const ImageUpscaleArgs& args) {
     if (args.source == nullptr || args.destination == nullptr) return;
-    ParallelFor(0, args.rowCount, [&args](int r) { UpscaleRow(args, r); });
+    const ColumnSteps steps = StepColumns(args);
+    const SimdTarget target = ActiveSimdTarget();
+    if (args.clearRows <= 0) {
+        ParallelFor(0, args.rowCount, [&](int r) { UpscaleRow(args, steps, target, r); });
+        return;
+    }
+    // Every row of the cleared destination, each written once: the drawn rows
+    // with zeros beside them, the others all zeros.
+    const int firstDrawn = args.rowOffset, endDrawn = args.rowOffset + args.rowCount;
+    ParallelFor(0, args.clearRows, [&](int row) {
+        if (row >= firstDrawn && row < endDrawn) {
+            ClearBesideColumns(args, row);
+            UpscaleRow(args, steps, target, row - firstDrawn);
+        } else {
+            std::memset(args.destination + static_cast<ptrdiff_t>(row) * args.pitch, 0,
+                        static_cast<size_t>(args.pitch) * 4);
+        }
+    });
 }
 
 void UpscaleAndMergeImage(const ImageUpscaleArgs& args) {
     if (args.source == nullptr || args.destination == nullptr) return;
-    ParallelFor(0, args.rowCount, [&args](int r) { UpscaleAndMergeRow(args, r); });
+    const ColumnSteps steps = StepColumns(args);
+    ParallelFor(0, args.rowCount, [&](int r) { UpscaleAndMergeRow(args, steps, r); });
 }
 
 }  // namespace zrvolume
