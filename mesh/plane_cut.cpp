@@ -20,6 +20,10 @@ namespace {
 // below this the whole triangle list is run instead.
 constexpr size_t kMinLeavesForHierarchy = 5;
 
+// Levels below the root at which the hierarchy walk is shared out: up to 64
+// subtrees, of which a plane crosses enough to keep every thread busy.
+constexpr int kSubtreeDepth = 6;
+
 // Room made in the container of per-thread lists when segments are collected.
 // The lists themselves grow on demand.
 constexpr size_t kThreadListSlots = 15000;
@@ -102,6 +106,24 @@ void RunLeaves(const CutSetup& s, const std::vector<const zrbvh::BvhLeafNode*>& 
     }
 }
 
+// The leaves whose boxes the plane crosses, in the hierarchy's depth-first
+// order: the subtrees a few levels down are walked on all threads and their
+// lists joined in order.
+std::vector<const zrbvh::BvhLeafNode*> CrossedLeaves(const zrbvh::BvhTree& tree, const glm::vec3& normal, float d) {
+    std::vector<const zrbvh::BvhNode*> subtrees;
+    zrbvh::CollectCrossedSubtrees(tree, normal, d, kSubtreeDepth, subtrees);
+    std::vector<std::vector<const zrbvh::BvhLeafNode*>> found(subtrees.size());
+    const int64_t count = static_cast<int64_t>(subtrees.size());
+#pragma omp parallel for schedule(dynamic, 1) if (count > 1)
+    for (int64_t n = 0; n < count; ++n) {
+        int64_t triangles = 0;
+        zrbvh::CollectCrossedLeaves(*subtrees[n], normal, d, found[n], triangles);
+    }
+    std::vector<const zrbvh::BvhLeafNode*> leaves;
+    for (const auto& part : found) leaves.insert(leaves.end(), part.begin(), part.end());
+    return leaves;
+}
+
 }  // namespace
 
 bool CutTriangle(float negD, const glm::vec3& normal, const glm::vec3& v0, const glm::vec3& v1,
@@ -179,25 +201,15 @@ void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
         if (!zrbvh::PlaneHitsBox(bounds, planeNormal, d)) return;
         RunAllTriangles(setup, false);
     } else {
-        std::vector<const zrbvh::BvhLeafNode*> leaves;
-        int64_t leafTriangles = 0;
-        zrbvh::Array triangleIndices;
-        // The copy of the triangle-index array (a few megabytes for a large
-        // mesh) does not depend on the leaves: with two or more threads one
-        // thread makes it while another walks the hierarchy.
-#pragma omp parallel sections if (omp_get_max_threads() > 1)
-        {
-#pragma omp section
-            zrbvh::CollectTreeLeaves(*tree, planeNormal, d, leaves, leafTriangles);
-#pragma omp section
-            triangleIndices = tree->triangleIndices;
-        }
+        const std::vector<const zrbvh::BvhLeafNode*> leaves = CrossedLeaves(*tree, planeNormal, d);
         if (leaves.size() < kMinLeavesForHierarchy) {
             // Deliberately all triangles, even when the plane misses every
             // leaf: the leaves found are not used.
             RunAllTriangles(setup, true);
         } else {
-            RunLeaves(setup, leaves, triangleIndices);
+            // The tree's own triangle-index array is read, with the same
+            // checks; a copy of it would change nothing but the time.
+            RunLeaves(setup, leaves, tree->triangleIndices);
         }
     }
 

@@ -130,6 +130,22 @@ TEST(MeshDriver, AMissingCameraFailsAfterTheBufferSetUp) {
     image->GetObjParamA("_bool_SkipSrOnPlaneRenderer", found);
     EXPECT_TRUE(found);
     EXPECT_EQ(image->GetDescriptor(), "");
+
+    // Starting a chain, the buffer set-up includes the nothing-hit depth fill
+    // and the cleared backup, also when the camera then turns out missing.
+    auto first = std::make_shared<zrobjects::ZrIObject>(16, 16);
+    scene.request.params["_ZrIObject*_RenderOut"] = first.get();
+    scene.request.params["_bool_IsFirstRenderer"] = true;
+    first->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "out");
+    first->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "backup");
+    std::memset(first->GetFrameBuffer(1, 1)->pixels, 0xab, 16 * 16 * 4);
+    EXPECT_FALSE(zrmodule::DispatchRequest(scene.request));
+    const auto* depth = static_cast<const uint32_t*>(first->GetFrameBuffer(2, 0)->pixels);
+    const auto* backup = static_cast<const uint32_t*>(first->GetFrameBuffer(1, 1)->pixels);
+    for (int i = 0; i < 16 * 16; ++i) {
+        EXPECT_EQ(depth[i], 0x77777777u) << i;
+        EXPECT_EQ(backup[i], 0u) << i;
+    }
 }
 
 TEST(MeshDriver, HiddenAndNonMeshEntriesAreSkippedAndAMistypedKeyThrows) {
