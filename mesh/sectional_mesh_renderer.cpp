@@ -77,7 +77,7 @@ void MarkDepth(const uint32_t* target, float* depth, size_t pixelCount, bool fil
     std::memset(&nothingHit, kNothingHitByte, sizeof nothingHit);
     constexpr int64_t kChunk = 16384;
     const int64_t chunks = (static_cast<int64_t>(pixelCount) + kChunk - 1) / kChunk;
-#pragma omp parallel for schedule(dynamic, 1) if (chunks > 1)
+#pragma omp parallel for schedule(dynamic, 1) if (pixelCount * sizeof(float) >= zrcommon::kParallelBytes)
     for (int64_t c = 0; c < chunks; ++c) {
         const size_t begin = static_cast<size_t>(c * kChunk);
         const size_t end = std::min(pixelCount, begin + kChunk);
