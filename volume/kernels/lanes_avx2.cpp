@@ -126,6 +126,7 @@ struct Ops {
         const __m256i lanes = _mm256_cmpgt_epi32(_mm256_set1_epi32(n), Iota());
         return _mm256_maskload_epi32(reinterpret_cast<const int*>(p), lanes);
     }
+    static void StoreF(float* p, F v) { _mm256_storeu_ps(p, v); }
     // Lane i takes lane (index_i mod 8) of v.
     static I PermuteI(I v, I index) { return _mm256_permutevar8x32_epi32(v, index); }
 };
@@ -140,7 +141,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
-int UpscaleRow(const UpscaleRowJob& job) { return UpscaleRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -151,7 +153,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
-int UpscaleRow(const UpscaleRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

@@ -110,6 +110,7 @@ struct Ops {
     static I LoadPrefixI(const uint32_t* p, int n) {
         return _mm512_maskz_loadu_epi32(static_cast<__mmask16>((1u << n) - 1u), p);
     }
+    static void StoreF(float* p, F v) { _mm512_storeu_ps(p, v); }
     // Lane i takes lane (index_i mod 16) of v.
     static I PermuteI(I v, I index) { return _mm512_permutexvar_epi32(index, v); }
 };
@@ -124,7 +125,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
-int UpscaleRow(const UpscaleRowJob& job) { return UpscaleRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -135,7 +137,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
-int UpscaleRow(const UpscaleRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512

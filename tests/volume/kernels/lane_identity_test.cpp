@@ -262,6 +262,8 @@ TEST(LaneIdentityUpscaleTest, EnlargementMatchesScalarForm) {
         // it has lanes, with fractions that are not 0.
         {0, 203, 0, 150, 0.9713f, 0.9713f, true, true},
         {17, 120, 5, 97, 0.3791f, 0.6113f, false, false},
+        // Rows above and below the drawn ones, cleared by the kernel.
+        {9, 150, 7, 101, 0.4217f, 0.5309f, true, true},
     };
     for (const auto& k : cases) {
         SCOPED_TRACE(testing::Message() << "columns " << k.x0 << ".." << k.x1 << ", sx " << k.sx);
