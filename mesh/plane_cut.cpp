@@ -28,6 +28,16 @@ constexpr int kSubtreeDepth = 6;
 // The lists themselves grow on demand.
 constexpr size_t kThreadListSlots = 15000;
 
+// A value written by one thread alone on its cache lines: the per-thread
+// lists' ends change with every segment (every leaf), and lists sharing a line
+// would make the threads take it from each other each time.
+template <class T>
+struct alignas(64) OwnLine {
+    T value;
+};
+
+using ThreadList = OwnLine<std::vector<float>>;
+
 inline float Dot(const glm::vec3& a, const glm::vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
 inline bool Finite(const glm::vec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
@@ -42,7 +52,7 @@ struct CutSetup {
     float negD;
     Matrix16 objectToScreen;
     const SegmentTarget* target;
-    std::vector<float>* threadLists;  // null when drawing
+    ThreadList* threadLists;  // null when drawing
 };
 
 inline glm::vec3 Vertex(const CutSetup& s, uint32_t index) {
@@ -74,7 +84,7 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
     if (s.threadLists) {
         const float dx = end.x - start.x, dy = end.y - start.y;
         if (!(dx * dx + dy * dy > 0.0f)) return;
-        std::vector<float>& list = s.threadLists[omp_get_thread_num()];
+        std::vector<float>& list = s.threadLists[omp_get_thread_num()].value;
         list.insert(list.end(), {start.x, start.y, end.x, end.y});
         return;
     }
@@ -84,10 +94,18 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
                 target.colour, target.clip);
 }
 
+// Dynamic schedules hand out runs of triangles or leaves, not single ones: a
+// leaf holds at most a few triangles, most of them rejected at once, so taking
+// them one at a time from the shared counter cost more than treating them
+// (the second thread then slowed the cut down). Only the order of segments
+// within a thread's list depends on the schedule.
+constexpr int kTriangleRun = 4096;
+constexpr int kLeafRun = 16;
+
 void RunAllTriangles(const CutSetup& s, bool dynamicSchedule) {
     const int32_t count = s.triangleCount;
     if (dynamicSchedule) {
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, kTriangleRun)
         for (int32_t t = 0; t < count; ++t) TreatTriangle(s, t);
     } else {
 #pragma omp parallel for schedule(static)
@@ -98,7 +116,7 @@ void RunAllTriangles(const CutSetup& s, bool dynamicSchedule) {
 void RunLeaves(const CutSetup& s, const std::vector<const zrbvh::BvhLeafNode*>& leaves,
                const zrbvh::Array& triangleIndices) {
     const int64_t count = static_cast<int64_t>(leaves.size());
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, kLeafRun)
     for (int64_t n = 0; n < count; ++n) {
         const zrbvh::BvhLeafNode& leaf = *leaves[n];
         // Checked reads: a leaf range outside the index array is a fatal failure.
@@ -112,15 +130,15 @@ void RunLeaves(const CutSetup& s, const std::vector<const zrbvh::BvhLeafNode*>& 
 std::vector<const zrbvh::BvhLeafNode*> CrossedLeaves(const zrbvh::BvhTree& tree, const glm::vec3& normal, float d) {
     std::vector<const zrbvh::BvhNode*> subtrees;
     zrbvh::CollectCrossedSubtrees(tree, normal, d, kSubtreeDepth, subtrees);
-    std::vector<std::vector<const zrbvh::BvhLeafNode*>> found(subtrees.size());
+    std::vector<OwnLine<std::vector<const zrbvh::BvhLeafNode*>>> found(subtrees.size());
     const int64_t count = static_cast<int64_t>(subtrees.size());
 #pragma omp parallel for schedule(dynamic, 1) if (count > 1)
     for (int64_t n = 0; n < count; ++n) {
         int64_t triangles = 0;
-        zrbvh::CollectCrossedLeaves(*subtrees[n], normal, d, found[n], triangles);
+        zrbvh::CollectCrossedLeaves(*subtrees[n], normal, d, found[n].value, triangles);
     }
     std::vector<const zrbvh::BvhLeafNode*> leaves;
-    for (const auto& part : found) leaves.insert(leaves.end(), part.begin(), part.end());
+    for (const auto& part : found) leaves.insert(leaves.end(), part.value.begin(), part.value.end());
     return leaves;
 }
 
@@ -185,7 +203,7 @@ void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
 
     // One list per processor, selected by thread number; never fewer than the
     // team can have threads.
-    std::vector<std::vector<float>> threadLists;
+    std::vector<ThreadList> threadLists;
     if (target.crossLines) {
         threadLists.reserve(kThreadListSlots);  // deliberate: room in the container, not in the lists
         threadLists.resize(static_cast<size_t>(std::max(omp_get_num_procs(), omp_get_max_threads())));
@@ -214,8 +232,8 @@ void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
     }
 
     if (target.crossLines)
-        for (const std::vector<float>& list : threadLists)
-            target.crossLines->insert(target.crossLines->end(), list.begin(), list.end());
+        for (const ThreadList& list : threadLists)
+            target.crossLines->insert(target.crossLines->end(), list.value.begin(), list.value.end());
 }
 
 }  // namespace zrmesh
