@@ -200,6 +200,9 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
     std::vector<int32_t> objectCounts;
     std::vector<int32_t> objectIds;
     std::vector<float>* lineList = getCrossLines ? &crossLines : nullptr;
+    // Whether anything may have been drawn into the target: plane cuts that
+    // collect cross lines draw nothing.
+    bool drewPixels = false;
 
     for (const zrobjects::SceneEntry& entry : request.scene) {
         zrobjects::ZrVObject* object = entry.object;
@@ -236,12 +239,15 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
                 segmentTarget.clip = clip;
                 segmentTarget.crossLines = lineList;
                 CutMeshWithPlane(p, planeNormal, data, tree, ToMatrixRecord(objectToScreen), segmentTarget);
+                drewPixels = drewPixels || !getCrossLines;
             } else if (data.topology == zrenums::EzrPrimitiveTopology_Points) {
+                drewPixels = true;
                 DrawPointSet(data, sphereRadius, zoominRadius, objectToScreen, target, width, height, colour,
                              screenToWorld);
             }
         } else {
             if (getCrossLines) crossLines.reserve(kCrossLineReserve);
+            drewPixels = true;
             CutMeshWithCurvedSurface(data, tree, worldClip, entry.objectToWorld, surface, target, width, height,
                                      colour, lineThickness, entry.worldToObject, lineList);
         }
@@ -279,7 +285,10 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
     }
 
     // Every drawn pixel (alpha byte non-zero) lies on the section: depth 0.
-    MarkDepth(target, static_cast<float*>(depth->pixels), pixelCount, !directDrawing);
+    if (!directDrawing && !drewPixels && !antialiasing)
+        zrcommon::ParallelWriteBytes({{depth->pixels, nullptr, pixelCount * 4, kNothingHitByte}});  // target all clear
+    else
+        MarkDepth(target, static_cast<float*>(depth->pixels), pixelCount, !directDrawing);
 
     if (isFinal && !directDrawing) zrcommon::ParallelWriteBytes({{renderOut->pixels, target, pixelCount * 4}});
 
