@@ -28,15 +28,12 @@ constexpr int kSubtreeDepth = 6;
 // The lists themselves grow on demand.
 constexpr size_t kThreadListSlots = 15000;
 
-// A value written by one thread alone on its cache lines: the per-thread
-// lists' ends change with every segment (every leaf), and lists sharing a line
-// would make the threads take it from each other each time.
-template <class T>
-struct alignas(64) OwnLine {
-    T value;
+// One thread's segment list, alone on its cache lines: the list's end changes
+// with every segment, and lists sharing a line would make the threads take it
+// from each other each time.
+struct alignas(64) ThreadList {
+    std::vector<float> value;
 };
-
-using ThreadList = OwnLine<std::vector<float>>;
 
 inline float Dot(const glm::vec3& a, const glm::vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
@@ -94,13 +91,11 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
                 target.colour, target.clip);
 }
 
-// Dynamic schedules hand out runs of triangles or leaves, not single ones: a
-// leaf holds at most a few triangles, most of them rejected at once, so taking
-// them one at a time from the shared counter cost more than treating them
-// (the second thread then slowed the cut down). Only the order of segments
-// within a thread's list depends on the schedule.
+// The dynamic schedule of the whole triangle list hands out runs of
+// triangles, not single ones: most are rejected at once, and taking them one
+// at a time from the shared counter cost more than treating them. Only the
+// order of segments within a thread's list depends on the schedule.
 constexpr int kTriangleRun = 4096;
-constexpr int kLeafRun = 16;
 
 void RunAllTriangles(const CutSetup& s, bool dynamicSchedule) {
     const int32_t count = s.triangleCount;
@@ -113,33 +108,31 @@ void RunAllTriangles(const CutSetup& s, bool dynamicSchedule) {
     }
 }
 
-void RunLeaves(const CutSetup& s, const std::vector<const zrbvh::BvhLeafNode*>& leaves,
-               const zrbvh::Array& triangleIndices) {
-    const int64_t count = static_cast<int64_t>(leaves.size());
-#pragma omp parallel for schedule(dynamic, kLeafRun)
-    for (int64_t n = 0; n < count; ++n) {
-        const zrbvh::BvhLeafNode& leaf = *leaves[n];
-        // Checked reads: a leaf range outside the index array is a fatal failure.
-        for (int32_t j = leaf.lo; j < leaf.hi; ++j) TreatTriangle(s, triangleIndices[j]);
-    }
-}
-
-// The leaves whose boxes the plane crosses, in the hierarchy's depth-first
-// order: the subtrees a few levels down are walked on all threads and their
-// lists joined in order.
-std::vector<const zrbvh::BvhLeafNode*> CrossedLeaves(const zrbvh::BvhTree& tree, const glm::vec3& normal, float d) {
+// Walks the subtrees a few levels down on all threads and cuts the triangles
+// of each crossed leaf as soon as it is found; returns how many leaves were
+// crossed. Drawing a segment twice leaves the same pixels, so when the
+// hierarchy turns out not to pay (too few leaves) the caller can still run
+// every triangle after it, once the lists made here are emptied.
+int64_t CutCrossedLeaves(const CutSetup& s, const zrbvh::BvhTree& tree) {
     std::vector<const zrbvh::BvhNode*> subtrees;
-    zrbvh::CollectCrossedSubtrees(tree, normal, d, kSubtreeDepth, subtrees);
-    std::vector<OwnLine<std::vector<const zrbvh::BvhLeafNode*>>> found(subtrees.size());
+    zrbvh::CollectCrossedSubtrees(tree, s.normal, -s.negD, kSubtreeDepth, subtrees);
     const int64_t count = static_cast<int64_t>(subtrees.size());
-#pragma omp parallel for schedule(dynamic, 1) if (count > 1)
-    for (int64_t n = 0; n < count; ++n) {
-        int64_t triangles = 0;
-        zrbvh::CollectCrossedLeaves(*subtrees[n], normal, d, found[n].value, triangles);
+    int64_t crossed = 0;
+#pragma omp parallel if (count > 1) reduction(+ : crossed)
+    {
+        std::vector<const zrbvh::BvhLeafNode*> leaves;
+#pragma omp for schedule(dynamic, 1)
+        for (int64_t n = 0; n < count; ++n) {
+            leaves.clear();
+            int64_t triangles = 0;
+            zrbvh::CollectCrossedLeaves(*subtrees[n], s.normal, -s.negD, leaves, triangles);
+            crossed += static_cast<int64_t>(leaves.size());
+            for (const zrbvh::BvhLeafNode* leaf : leaves)
+                // Checked reads: a leaf range outside the index array is a fatal failure.
+                for (int32_t j = leaf->lo; j < leaf->hi; ++j) TreatTriangle(s, tree.triangleIndices[j]);
+        }
     }
-    std::vector<const zrbvh::BvhLeafNode*> leaves;
-    for (const auto& part : found) leaves.insert(leaves.end(), part.value.begin(), part.value.end());
-    return leaves;
+    return crossed;
 }
 
 }  // namespace
@@ -219,15 +212,13 @@ void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
         if (!zrbvh::PlaneHitsBox(bounds, planeNormal, d)) return;
         RunAllTriangles(setup, false);
     } else {
-        const std::vector<const zrbvh::BvhLeafNode*> leaves = CrossedLeaves(*tree, planeNormal, d);
-        if (leaves.size() < kMinLeavesForHierarchy) {
+        // The tree's own triangle-index array is read, with the same checks;
+        // a copy of it would change nothing but the time.
+        if (CutCrossedLeaves(setup, *tree) < static_cast<int64_t>(kMinLeavesForHierarchy)) {
             // Deliberately all triangles, even when the plane misses every
-            // leaf: the leaves found are not used.
+            // leaf: the segments of the leaves found are not used.
+            for (ThreadList& list : threadLists) list.value.clear();
             RunAllTriangles(setup, true);
-        } else {
-            // The tree's own triangle-index array is read, with the same
-            // checks; a copy of it would change nothing but the time.
-            RunLeaves(setup, leaves, tree->triangleIndices);
         }
     }
 
