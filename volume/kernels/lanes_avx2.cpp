@@ -7,6 +7,7 @@
 
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
 #define ZR_LANES_AVX2 1
@@ -120,9 +121,18 @@ struct Ops {
         const __m128i fresh = Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff)));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_blendv_epi8(keep, fresh, mask16));
     }
+    // The first n (1 .. 8) entries at p, 0 elsewhere; nothing past them is read.
+    static I LoadPrefixI(const uint32_t* p, int n) {
+        const __m256i lanes = _mm256_cmpgt_epi32(_mm256_set1_epi32(n), Iota());
+        return _mm256_maskload_epi32(reinterpret_cast<const int*>(p), lanes);
+    }
+    static void StoreF(float* p, F v) { _mm256_storeu_ps(p, v); }
+    // Lane i takes lane (index_i mod 8) of v.
+    static I PermuteI(I v, I index) { return _mm256_permutevar8x32_epi32(v, index); }
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/upscale_lanes.inc"
 
 }  // namespace
 
@@ -131,6 +141,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -141,6 +153,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

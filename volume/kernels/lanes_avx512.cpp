@@ -7,6 +7,7 @@
 
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
 #define ZR_LANES_AVX512 1
@@ -105,9 +106,17 @@ struct Ops {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm512_cvtepi32_epi8(_mm512_maskz_mov_epi32(m, _mm512_set1_epi32(1))));
     }
     static void StoreU16Masked(M m, uint16_t* p, I v) { _mm256_mask_storeu_epi16(p, m, _mm512_cvtepi32_epi16(v)); }
+    // The first n (1 .. 16) entries at p, 0 elsewhere; nothing past them is read.
+    static I LoadPrefixI(const uint32_t* p, int n) {
+        return _mm512_maskz_loadu_epi32(static_cast<__mmask16>((1u << n) - 1u), p);
+    }
+    static void StoreF(float* p, F v) { _mm512_storeu_ps(p, v); }
+    // Lane i takes lane (index_i mod 16) of v.
+    static I PermuteI(I v, I index) { return _mm512_permutexvar_epi32(index, v); }
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/upscale_lanes.inc"
 
 }  // namespace
 
@@ -116,6 +125,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -126,6 +137,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512
