@@ -1,10 +1,11 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX2: 8 lanes, masks as
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled for AVX2: 8 lanes, masks as
 // all-ones lanes, masked gathers; the 16-bit masked store merges with the old
 // contents. Only called after the run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 
@@ -123,6 +124,10 @@ struct Ops {
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/cell_lanes.inc"
+#include "volume/kernels/masked_slice_lanes.inc"
+#include "volume/kernels/label_overlay_lanes.inc"
+#include "volume/kernels/float_grey_lanes.inc"
 
 }  // namespace
 
@@ -131,6 +136,9 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return LabelOverlayRowLanes(job); }
+int FloatGreyRow(const FloatGreyRowJob& job) { return FloatGreyRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -141,6 +149,9 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return job.span.from; }
+int FloatGreyRow(const FloatGreyRowJob& job) { return job.span.from; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

@@ -1,10 +1,11 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX-512 (F, BW, DQ, VL):
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled for AVX-512 (F, BW, DQ, VL):
 // 16 lanes, mask registers, masked gathers and stores. Only called after the
 // run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 
@@ -108,6 +109,10 @@ struct Ops {
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/cell_lanes.inc"
+#include "volume/kernels/masked_slice_lanes.inc"
+#include "volume/kernels/label_overlay_lanes.inc"
+#include "volume/kernels/float_grey_lanes.inc"
 
 }  // namespace
 
@@ -116,6 +121,9 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return LabelOverlayRowLanes(job); }
+int FloatGreyRow(const FloatGreyRowJob& job) { return FloatGreyRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -126,6 +134,9 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return job.span.from; }
+int FloatGreyRow(const FloatGreyRowJob& job) { return job.span.from; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512
