@@ -153,6 +153,24 @@ TYPED_TEST(LaneIdentityTest, OtfSliceMatchesScalarForm) {
     }
 }
 
+// Overwrites the margins (every voxel outside the grid, in every slice the
+// volume stores) with values unlike the faces they repeat, so that a sampler
+// that skipped a clamp and read past an edge would show it. Nothing reads the
+// margins otherwise: the sampling rule clamps every index it uses.
+template <class T>
+void PoisonMargins(zrobjects::ZrVObjectVolume& volume) {
+    zrobjects::VolumeData& data = *volume.GetVolumeData();
+    const glm::ivec3 d = data.dims, m = data.margins;
+    const int pitch = data.RowPitch();
+    for (int z = 0; z < d.z + 2 * m.z; ++z)
+        for (int y = 0; y < d.y + 2 * m.y; ++y)
+            for (int x = 0; x < pitch; ++x) {
+                const bool margin = z < m.z || z >= d.z + m.z || y < m.y || y >= d.y + m.y || x < m.x ||
+                                    x >= d.x + m.x;
+                if (margin) static_cast<T*>(data.slices[z])[x + static_cast<size_t>(y) * pitch] = static_cast<T>(97 + x + 3 * y + 5 * z);
+            }
+}
+
 // The planes the thin families are drawn on, in voxel coordinates: one leaving
 // the grid across every face on a 61-pixel-wide image (one strip), one on a
 // 141-pixel-wide image (three strips, the last not a multiple of the lanes)
@@ -201,6 +219,8 @@ TYPED_TEST(LaneIdentityTest, MaskedOtfSliceMatchesScalarForm) {
     using T = TypeParam;
     auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
     auto mask = slicetest::MakeVolumeFrom<unsigned char>(kDims, MaskLabel);
+    PoisonMargins<T>(*volume);
+    PoisonMargins<unsigned char>(*mask);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
     const zrobjects::VolumeData& data = *volume->GetVolumeData();
     const zrvolume::VoxelGrid<unsigned char> maskGrid{mask->GetVolumeData()->slices.data(), data.dims, data.margins,
@@ -248,6 +268,7 @@ int OverlayLabel(int i, int j, int k) {
 TYPED_TEST(LaneIdentityTest, LabelOverlayMatchesScalarForm) {
     using T = TypeParam;
     auto volume = slicetest::MakeVolumeFrom<T>(kDims, OverlayLabel<T>);
+    PoisonMargins<T>(*volume);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
     // Full-length rows (label t reads entry t, negative labels wrap to the top)
     // with every third entry transparent, and a 300-entry table whose label-0
@@ -287,18 +308,22 @@ TYPED_TEST(LaneIdentityTest, LabelOverlayMatchesScalarForm) {
 }
 
 // Float voxels over -500 .. 4000 with fractions, and a few not-a-number and
-// infinite ones, through windows (a negative width among them) and curves
-// (one with a vertical step and flat ends, whose divisions give infinities and
-// not-a-numbers).
+// infinite ones, through windows (a negative width among them) and curves (one
+// with vertical steps, whose divisions give infinities and not-a-numbers, one
+// with equal ends, which normalises by 0).
 TEST(LaneIdentityFloatTest, FloatGreySliceMatchesScalarForm) {
     auto volume = slicetest::MakeVolumeFrom<float>(kDims, [](int i, int j, int k) {
         if (i == 20 && j == 14 && k == 11) return std::nanf("");
         if (i == 5 && j == 20 && k == 9) return std::numeric_limits<float>::infinity();
         return static_cast<float>(VoxelValue<unsigned short>(i, j, k)) * 0.07f - 500.25f;
     });
+    PoisonMargins<float>(*volume);
     const auto grid = zrvolume::MakeVoxelGrid<float>(*volume->GetVolumeData());
     const std::vector<glm::dvec2> w9c = {{0, 0}, {900, 40}, {1100, 160}, {3600, 255}};
-    const std::vector<glm::dvec2> steps = {{-200, 30}, {400, 30}, {400, 90}, {1500, 200}, {1500, 200}, {3000, 30}};
+    // A step at 0, the value of every pixel outside the grid: the walk must stop
+    // at the first point not below the value.
+    const std::vector<glm::dvec2> steps = {{-200, 30}, {0, 30}, {0, 90}, {1500, 200}, {1500, 200}, {3000, 230}};
+    const std::vector<glm::dvec2> flat = {{-200, 30}, {1500, 200}, {3000, 30}};
     const std::vector<glm::dvec2> two = {{-100.5, 10}, {3900, 250}};
     const struct {
         const std::vector<glm::dvec2>* curve;
@@ -308,6 +333,7 @@ TEST(LaneIdentityFloatTest, FloatGreySliceMatchesScalarForm) {
                  {nullptr, 700.0f, -900.0f, "negative width"},
                  {&w9c, 0.0f, 0.0f, "curve"},
                  {&steps, 0.0f, 0.0f, "stepped curve"},
+                 {&flat, 0.0f, 0.0f, "curve with flat ends"},
                  {&two, 0.0f, 0.0f, "two-point curve"}};
     for (const ThinScene& scene : ThinScenes()) {
         const int w = scene.plane.width, h = scene.plane.height;
