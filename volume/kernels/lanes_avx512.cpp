@@ -90,6 +90,23 @@ struct Ops {
     }
     static I GatherAll(const unsigned char* base, I offset) { return _mm512_i32gather_epi32(offset, base, 1); }
     static I GatherTable(const uint32_t* table, I index) { return _mm512_i32gather_epi32(index, table, 4); }
+    // The 32-bit words at base + offset and base + offset + 4 of the lanes in
+    // m (0 elsewhere), as one 64-bit load per lane: two 8-lane gathers, then
+    // the words taken apart.
+    template <bool all>
+    static void GatherPairs(M m, const unsigned char* base, I offset, I& first, I& second) {
+        const __m256i low = _mm512_castsi512_si256(offset), high = _mm512_extracti64x4_epi64(offset, 1);
+        __m512i a, b;
+        if constexpr (all) {
+            a = _mm512_i32gather_epi64(low, base, 1);
+            b = _mm512_i32gather_epi64(high, base, 1);
+        } else {
+            a = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m), low, base, 1);
+            b = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m >> 8), high, base, 1);
+        }
+        first = _mm512_permutex2var_epi32(a, _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30), b);
+        second = _mm512_permutex2var_epi32(a, _mm512_setr_epi32(1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31), b);
+    }
 
     static void StoreU32(uint32_t* p, I v) { _mm512_storeu_si512(p, v); }
     static void StoreU16(uint16_t* p, I v) {
