@@ -93,9 +93,11 @@ void MaskedOtfSlice(const zrvolume::VoxelGrid<T>& grid, const zrvolume::VoxelGri
             const float ae = static_cast<float>(e >> 24) / 255.0f;
             uint32_t word = 0xff000000u;
             for (int c = 0; c < 3; ++c) {
-                const float sum = static_cast<float>((b >> (8 * c)) & 0xffu) * (1.0f - ae) * static_cast<float>(b >> 24) +
-                                  static_cast<float>((e >> (8 * c)) & 0xffu) * static_cast<float>(e >> 24);
-                const uint32_t byte = static_cast<uint32_t>(zrcommon::TruncateToInt32(sum * zrvolume::kInverse255)) & 0xffu;
+                const float baseChannel = static_cast<float>((b >> (8 * c)) & 0xffu);
+                const float entryChannel = static_cast<float>((e >> (8 * c)) & 0xffu);
+                const float sum = baseChannel * (1.0f - ae) * static_cast<float>(b >> 24) +
+                                  entryChannel * static_cast<float>(e >> 24);
+                const auto byte = static_cast<uint32_t>(zrcommon::TruncateToInt32(sum * zrvolume::kInverse255)) & 0xffu;
                 word |= byte << (8 * (2 - c));  // c2 to byte 0, c0 to byte 2
             }
             out.colour[at] = word;
@@ -127,7 +129,8 @@ void LabelOverlay(const zrvolume::VoxelGrid<T>& grid, const glm::vec3 corners[4]
                 }
             if (!(best > 0.5f)) label = 0;
             const auto s = static_cast<uint16_t>(zrcommon::TruncateToInt32(static_cast<float>(label) + 0.5f));
-            const uint32_t e = row0[zrcommon::TruncateToInt32(static_cast<float>(s) * zrvolume::kInverse65535 * length + 0.5f)];
+            const int32_t index = zrcommon::TruncateToInt32(static_cast<float>(s) * zrvolume::kInverse65535 * length + 0.5f);
+            const uint32_t e = row0[index];
             if ((e >> 24) == 0) continue;
             uint32_t& pixel = out.colour[static_cast<size_t>(y) * out.pitch + x];
             const uint32_t old = pixel;
@@ -167,8 +170,8 @@ inline void FloatGreySlice(const zrvolume::VoxelGrid<float>& grid, const glm::ve
                 } else {
                     size_t upper = 1;
                     while (upper + 1 < c.size() && c[upper].x < d) ++upper;
-                    double m = (d - c[upper - 1].x) * (c[upper].y - c[upper - 1].y) / (c[upper].x - c[upper - 1].x) +
-                               c[upper - 1].y;
+                    const glm::dvec2 lo = c[upper - 1], hi = c[upper];
+                    double m = (d - lo.x) * (hi.y - lo.y) / (hi.x - lo.x) + lo.y;
                     m = std::min(std::max(m, c.front().y), c.back().y);
                     g = zrcommon::TruncateToInt32((m - c.front().y) / (c.back().y - c.front().y) * 255.0);
                 }

@@ -61,7 +61,8 @@ void WriteCache(const std::string& path, const std::vector<T>& voxels) {
     const std::string temporary = path + ".partial";
     {
         std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(voxels.data()), static_cast<std::streamsize>(voxels.size() * sizeof(T)));
+        const auto bytes = static_cast<std::streamsize>(voxels.size() * sizeof(T));
+        out.write(reinterpret_cast<const char*>(voxels.data()), bytes);
         if (!out) {
             out.close();
             std::filesystem::remove(temporary);
@@ -114,8 +115,8 @@ std::string VolumeV1CachePath() { return std::string(ZR_BENCH_DATA_DIR) + "/v1_u
 std::vector<uint16_t> LoadVolumeV1Voxels() { return LoadCachedV1Grid<uint16_t>(VolumeV1CachePath(), VolumeV1Voxel); }
 
 std::vector<uint8_t> LoadVolumeV1LabelVoxels() {
-    return LoadCachedV1Grid<uint8_t>(std::string(ZR_BENCH_DATA_DIR) + "/v1l_u8_512x512x400.raw",
-                                     [](int i, int j, int k) { return static_cast<uint8_t>(VolumeV1Structure(i, j, k)); });
+    const auto label = [](int i, int j, int k) { return static_cast<uint8_t>(VolumeV1Structure(i, j, k)); };
+    return LoadCachedV1Grid<uint8_t>(std::string(ZR_BENCH_DATA_DIR) + "/v1l_u8_512x512x400.raw", label);
 }
 
 zrobjects::VolumeGeometry VolumeV1Geometry() {

@@ -1,6 +1,6 @@
-// The lane row loops (lane_kernels.inc and the families' .inc files) compiled for AVX2: 8 lanes, masks as
-// all-ones lanes, masked gathers; the 16-bit masked store merges with the old
-// contents. Only called after the run-time check in simd_dispatch.cpp.
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled
+// for AVX2: 8 lanes, masks as all-ones lanes, masked gathers; the 16-bit masked
+// store merges with the old contents. Only called after the run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>

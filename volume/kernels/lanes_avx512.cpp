@@ -1,5 +1,6 @@
-// The lane row loops (lane_kernels.inc and the families' .inc files) compiled for AVX-512 (F, BW, DQ, VL):
-// 16 lanes, mask registers, masked gathers and stores. Only called after the
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled
+// for AVX-512 (F, BW, DQ, VL): 16 lanes, mask registers, masked gathers and
+// stores. Only called after the
 // run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
@@ -102,10 +103,12 @@ struct Ops {
             b = _mm512_i32gather_epi64(high, base, 1);
         } else {
             a = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m), low, base, 1);
-            b = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m >> 8), high, base, 1);
+            b = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m >> 8), high, base,
+                                            1);
         }
-        first = _mm512_permutex2var_epi32(a, _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30), b);
-        second = _mm512_permutex2var_epi32(a, _mm512_setr_epi32(1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31), b);
+        const __m512i firsts = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+        first = _mm512_permutex2var_epi32(a, firsts, b);
+        second = _mm512_permutex2var_epi32(a, _mm512_add_epi32(firsts, _mm512_set1_epi32(1)), b);
     }
 
     static void StoreU32(uint32_t* p, I v) { _mm512_storeu_si512(p, v); }

@@ -167,7 +167,9 @@ void PoisonMargins(zrobjects::ZrVObjectVolume& volume) {
             for (int x = 0; x < pitch; ++x) {
                 const bool margin = z < m.z || z >= d.z + m.z || y < m.y || y >= d.y + m.y || x < m.x ||
                                     x >= d.x + m.x;
-                if (margin) static_cast<T*>(data.slices[z])[x + static_cast<size_t>(y) * pitch] = static_cast<T>(97 + x + 3 * y + 5 * z);
+                if (margin)
+                    static_cast<T*>(data.slices[z])[x + static_cast<size_t>(y) * pitch] =
+                        static_cast<T>(97 + x + 3 * y + 5 * z);
             }
 }
 
