@@ -10,12 +10,11 @@
 //
 // Voxels are read through byte offsets from one base pointer. A 32-bit load at
 // corner x0 brings x0 and x0 + 1 together (one gather per corner pair; a 64-bit
-// load for float voxels); LaneVolume
-// is only made when the storage allows it: slices at one constant stride, the
-// whole grid within 2 GiB of the base, and a margin of at least one voxel on
-// every axis, so that the read one element past a row, and the slices -1 and
-// dz the sampling rule may read for points just outside the grid, stay inside
-// the storage.
+// load for float voxels); LaneVolume is only made when the storage allows it:
+// slices at one constant stride, the whole grid within 2 GiB of the base, and a
+// margin of at least one voxel on every axis, so that the read one element past
+// a row, and the slices -1 and dz the sampling rule may read for points just
+// outside the grid, stay inside the storage.
 #pragma once
 
 #include <cstdint>
