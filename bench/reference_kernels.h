@@ -9,7 +9,9 @@
 
 #include <cmath>
 #include <cstddef>
+#include <algorithm>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include <glm/glm.hpp>
@@ -52,6 +54,137 @@ void OtfSlice(const zrvolume::VoxelGrid<T>& grid, const glm::vec3 corners[4], in
             if (out.values) out.values[index] = value;
             out.colour[index] = zrvolume::PremultipliedPixel(row0[zrvolume::ScaledOtfIndex(value, length)],
                                                              channelSwitch, inside);
+        }
+    }
+}
+
+// Mask-selected tables (W7): the main volume's sample rounded and used as the
+// index itself; the mask, read at the same eight neighbours with the main
+// grid's layout, labels the pixel when its labelled corners weigh more than
+// half, with the first non-zero label from corner 7 down to corner 0.
+template <class T>
+void MaskedOtfSlice(const zrvolume::VoxelGrid<T>& grid, const zrvolume::VoxelGrid<unsigned char>& mask,
+                    const glm::vec3 corners[4], int width, int height, const uint32_t* const* rows,
+                    bool channelSwitch, const zrcommon::SliceClipState& clip, const ReferenceTarget& out) {
+    for (int y = 0; y < height; ++y) {
+        const zrvolume::SliceRow ends = zrvolume::RowEnds(corners, y, height);
+        for (int x = 0; x < width; ++x) {
+            const glm::vec3 p = zrvolume::PixelPoint(ends, x, width);
+            if (zrcommon::Clipped(clip, p)) continue;
+            const bool inside = zrvolume::InsideGrid(p, grid.dims);
+            float v = 0.0f;
+            int label = 0;
+            if (inside) {
+                const zrvolume::TrilinearCell cell = zrvolume::MakeTrilinearCell(p, grid.dims);
+                v = zrvolume::SampleCell(grid, cell);
+                float labelled = 0.0f;
+                for (int k = 0; k < 8; ++k)
+                    if (zrvolume::CornerValue(mask, cell, k) != 0) labelled += cell.weight[k];
+                if (labelled > 0.5f)
+                    for (int k = 7; k >= 0 && label == 0; --k) label = zrvolume::CornerValue(mask, cell, k);
+            }
+            const auto index = static_cast<uint16_t>(zrcommon::TruncateToInt32(v + 0.5f));
+            const size_t at = static_cast<size_t>(y) * out.pitch + x;
+            if (out.values) out.values[at] = index;
+            const uint32_t e = rows[label][index];
+            if (label == 0) {
+                out.colour[at] = zrvolume::PremultipliedPixel(e, channelSwitch, inside);
+                continue;
+            }
+            const uint32_t b = rows[0][index];
+            const float ae = static_cast<float>(e >> 24) / 255.0f;
+            uint32_t word = 0xff000000u;
+            for (int c = 0; c < 3; ++c) {
+                const float baseChannel = static_cast<float>((b >> (8 * c)) & 0xffu);
+                const float entryChannel = static_cast<float>((e >> (8 * c)) & 0xffu);
+                const float sum = baseChannel * (1.0f - ae) * static_cast<float>(b >> 24) +
+                                  entryChannel * static_cast<float>(e >> 24);
+                const auto byte = static_cast<uint32_t>(zrcommon::TruncateToInt32(sum * zrvolume::kInverse255)) & 0xffu;
+                word |= byte << (8 * (2 - c));  // c2 to byte 0, c0 to byte 2
+            }
+            out.colour[at] = word;
+        }
+    }
+}
+
+// Label overlay (W8): the label with the largest summed weight among the
+// eight neighbours (ties to the smaller label), kept when it weighs more than
+// half, looked up with the factor before the row length; a visible entry
+// tints the existing pixel by 50/255, its bytes 0 and 2 crossed.
+template <class T>
+void LabelOverlay(const zrvolume::VoxelGrid<T>& grid, const glm::vec3 corners[4], int width, int height,
+                  const uint32_t* row0, float length, const zrcommon::SliceClipState& clip, const ReferenceTarget& out) {
+    for (int y = 0; y < height; ++y) {
+        const zrvolume::SliceRow ends = zrvolume::RowEnds(corners, y, height);
+        for (int x = 0; x < width; ++x) {
+            const glm::vec3 p = zrvolume::PixelPoint(ends, x, width);
+            if (zrcommon::Clipped(clip, p) || !zrvolume::InsideGrid(p, grid.dims)) continue;
+            const zrvolume::TrilinearCell cell = zrvolume::MakeTrilinearCell(p, grid.dims);
+            std::map<T, float> sums;
+            for (int k = 0; k < 8; ++k) sums[zrvolume::CornerValue(grid, cell, k)] += cell.weight[k];
+            T label = 0;
+            float best = -1.0f;
+            for (const auto& [value, sum] : sums)
+                if (sum > best) {
+                    label = value;
+                    best = sum;
+                }
+            if (!(best > 0.5f)) label = 0;
+            const auto s = static_cast<uint16_t>(zrcommon::TruncateToInt32(static_cast<float>(label) + 0.5f));
+            const int32_t index = zrcommon::TruncateToInt32(static_cast<float>(s) * zrvolume::kInverse65535 * length + 0.5f);
+            const uint32_t e = row0[index];
+            if ((e >> 24) == 0) continue;
+            uint32_t& pixel = out.colour[static_cast<size_t>(y) * out.pitch + x];
+            const uint32_t old = pixel;
+            uint32_t word = 0xff000000u;
+            for (int b = 0; b < 3; ++b) {
+                const float sum = static_cast<float>((old >> (8 * (2 - b))) & 0xffu) * 0.8039216f +
+                                  static_cast<float>((e >> (8 * (2 - b))) & 0xffu) * 0.19607845f;
+                word |= (static_cast<uint32_t>(zrcommon::TruncateToInt32(sum)) & 0xffu) << (8 * b);
+            }
+            pixel = word;
+        }
+    }
+}
+
+// Float grey slice (W9, W9c): the sample mapped through the window (single
+// precision) or, when `curve` is not null, the piecewise-linear curve (double
+// precision, normalised by its first and last points).
+inline void FloatGreySlice(const zrvolume::VoxelGrid<float>& grid, const glm::vec3 corners[4], int width, int height,
+                           const std::vector<glm::dvec2>* curve, float centre, float windowWidth,
+                           const ReferenceTarget& out) {
+    const float lo = centre - windowWidth * 0.5f, hi = centre + windowWidth * 0.5f;
+    const float scale = 255.0f / windowWidth;
+    for (int y = 0; y < height; ++y) {
+        const zrvolume::SliceRow ends = zrvolume::RowEnds(corners, y, height);
+        for (int x = 0; x < width; ++x) {
+            const glm::vec3 p = zrvolume::PixelPoint(ends, x, width);
+            const bool inside = zrvolume::InsideGrid(p, grid.dims);
+            const float v = inside ? zrvolume::SampleTrilinear(grid, p) : 0.0f;
+            int32_t g = 0;
+            if (curve) {
+                const std::vector<glm::dvec2>& c = *curve;
+                const double d = v;
+                if (d <= c.front().x) {
+                    g = 0;
+                } else if (d >= c.back().x) {
+                    g = 255;
+                } else {
+                    size_t upper = 1;
+                    while (upper + 1 < c.size() && c[upper].x < d) ++upper;
+                    const glm::dvec2 lo = c[upper - 1], hi = c[upper];
+                    double m = (d - lo.x) * (hi.y - lo.y) / (hi.x - lo.x) + lo.y;
+                    m = std::min(std::max(m, c.front().y), c.back().y);
+                    g = zrcommon::TruncateToInt32((m - c.front().y) / (c.back().y - c.front().y) * 255.0);
+                }
+            } else if (v > lo) {
+                g = zrcommon::TruncateToInt32(std::min((v - lo) * scale, 255.0f));
+            } else {
+                g = v > hi ? 255 : 0;
+            }
+            const uint32_t grey = static_cast<uint32_t>(g) & 0xffu;
+            out.colour[static_cast<size_t>(y) * out.pitch + x] =
+                grey | (grey << 8) | (grey << 16) | (inside ? 0xff000000u : 0u);
         }
     }
 }

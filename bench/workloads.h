@@ -1,10 +1,11 @@
 // The fixed benchmark workloads every performance figure of the module is taken
-// on: the phantom volume V1, the oblique section plane P1 and the grey table.
+// on: the phantom volume V1 (and its label and float forms V1L, V1F), the
+// oblique section plane P1 and the tables.
 // They are built exactly the same way in every benchmark so that figures from
 // different kernels and different days can be set side by side.
 //
-// V1 is 200 MiB; its voxels are generated once and cached as a raw file in the
-// build tree (ZR_BENCH_DATA_DIR), then read back by later runs.
+// V1 is 200 MiB (V1L 100 MiB); their voxels are generated once and cached as
+// raw files in the build tree (ZR_BENCH_DATA_DIR), then read back by later runs.
 #pragma once
 
 #include <cstdint>
@@ -29,6 +30,10 @@ namespace zrbench {
 inline constexpr glm::ivec3 kVolumeV1Dims{512, 512, 400};
 inline constexpr glm::dvec3 kVolumeV1Spacing{0.4, 0.4, 0.5};
 
+// The structure voxel (i, j, k) of V1 lies in: 0 air, 1 soft tissue, 2 bone
+// shell, 3 the two dense spheres, 4 the softer (lesion) sphere.
+int VolumeV1Structure(int i, int j, int k);
+
 // The value of voxel (i, j, k) of V1: air, a soft-tissue ellipsoid with a bone
 // shell, two dense spheres and one softer sphere, plus a small periodic texture.
 uint16_t VolumeV1Voxel(int i, int j, int k);
@@ -52,6 +57,14 @@ glm::dvec3 VolumeV1Centre();
 // The V1 volume object, built once per process and shared by every benchmark
 // (it is only read).
 std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1();
+
+// V1L: V1's structures (VolumeV1Structure) as unsigned 8-bit labels on V1's
+// grid, cached like V1.
+std::vector<uint8_t> LoadVolumeV1LabelVoxels();
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1L();
+
+// V1F: V1's values as 32-bit floats.
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1F();
 
 // ---- Plane P1: oblique section through V1's centre ----
 
@@ -115,5 +128,16 @@ std::vector<uint32_t> BenchTableEntries();
 // A table object holding BenchTableEntries() as its one row under
 // "_TableMap_OTF" (rows padded as the reference host pads them).
 std::shared_ptr<zrobjects::ZrObject> BenchTable();
+
+// W7's mask-selected table: 5 rows of 4096 entries, row 0 BenchTableEntries(),
+// row k the same with its red channel replaced by trunc(255 k / 4).
+std::shared_ptr<zrobjects::ZrObject> MaskTableW7();
+
+// W8's label table: 256 entries, entry 0 transparent, entry k = (r, g, b, a) =
+// (50 k mod 256, (255 - 40 k) mod 256, 128, 255).
+std::shared_ptr<zrobjects::ZrObject> LabelTableW8();
+
+// W9c's grey curve: (0, 0), (900, 40), (1100, 160), (3600, 255).
+std::vector<glm::dvec2> GreyCurveW9c();
 
 }  // namespace zrbench

@@ -1,10 +1,11 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX2: 8 lanes, masks as
-// all-ones lanes, masked gathers; the 16-bit masked store merges with the old
-// contents. Only called after the run-time check in simd_dispatch.cpp.
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled
+// for AVX2: 8 lanes, masks as all-ones lanes, masked gathers; the 16-bit masked
+// store merges with the old contents. Only called after the run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/upscale_lanes.h"
@@ -93,6 +94,29 @@ struct Ops {
     static I GatherTable(const uint32_t* table, I index) {
         return _mm256_i32gather_epi32(reinterpret_cast<const int*>(table), index, 4);
     }
+    // The 32-bit words at base + offset and base + offset + 4 of the lanes in
+    // m (0 elsewhere), as one 64-bit load per lane: two 4-lane gathers, then
+    // the words taken apart.
+    template <bool all>
+    static void GatherPairs(M m, const unsigned char* base, I offset, I& first, I& second) {
+        const auto* words = reinterpret_cast<const long long*>(base);
+        const __m128i low = _mm256_castsi256_si128(offset), high = _mm256_extracti128_si256(offset, 1);
+        __m256i a, b;
+        if constexpr (all) {
+            a = _mm256_i32gather_epi64(words, low, 1);
+            b = _mm256_i32gather_epi64(words, high, 1);
+        } else {
+            a = _mm256_mask_i32gather_epi64(_mm256_setzero_si256(), words, low,
+                                            _mm256_cvtepi32_epi64(_mm256_castsi256_si128(m)), 1);
+            b = _mm256_mask_i32gather_epi64(_mm256_setzero_si256(), words, high,
+                                            _mm256_cvtepi32_epi64(_mm256_extracti128_si256(m, 1)), 1);
+        }
+        // a = (f0 s0 f1 s1 f2 s2 f3 s3), b the same for lanes 4..7.
+        const __m256i split = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+        const __m256i pa = _mm256_permutevar8x32_epi32(a, split), pb = _mm256_permutevar8x32_epi32(b, split);
+        first = _mm256_permute2x128_si256(pa, pb, 0x20);
+        second = _mm256_permute2x128_si256(pa, pb, 0x31);
+    }
 
     // Low 16 bits of each lane (the values are already masked to 16 bits, so
     // the saturating pack keeps them), lanes 0..7 in order.
@@ -133,6 +157,10 @@ struct Ops {
 
 #include "volume/kernels/lane_kernels.inc"
 #include "volume/kernels/upscale_lanes.inc"
+#include "volume/kernels/cell_lanes.inc"
+#include "volume/kernels/masked_slice_lanes.inc"
+#include "volume/kernels/label_overlay_lanes.inc"
+#include "volume/kernels/float_grey_lanes.inc"
 
 }  // namespace
 
@@ -143,6 +171,9 @@ int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(jo
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
 int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
 int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return LabelOverlayRowLanes(job); }
+int FloatGreyRow(const FloatGreyRowJob& job) { return FloatGreyRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -155,6 +186,9 @@ int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
 int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
 int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return job.span.from; }
+int FloatGreyRow(const FloatGreyRowJob& job) { return job.span.from; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

@@ -1,10 +1,12 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX-512 (F, BW, DQ, VL):
-// 16 lanes, mask registers, masked gathers and stores. Only called after the
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled
+// for AVX-512 (F, BW, DQ, VL): 16 lanes, mask registers, masked gathers and
+// stores. Only called after the
 // run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/upscale_lanes.h"
@@ -90,6 +92,25 @@ struct Ops {
     }
     static I GatherAll(const unsigned char* base, I offset) { return _mm512_i32gather_epi32(offset, base, 1); }
     static I GatherTable(const uint32_t* table, I index) { return _mm512_i32gather_epi32(index, table, 4); }
+    // The 32-bit words at base + offset and base + offset + 4 of the lanes in
+    // m (0 elsewhere), as one 64-bit load per lane: two 8-lane gathers, then
+    // the words taken apart.
+    template <bool all>
+    static void GatherPairs(M m, const unsigned char* base, I offset, I& first, I& second) {
+        const __m256i low = _mm512_castsi512_si256(offset), high = _mm512_extracti64x4_epi64(offset, 1);
+        __m512i a, b;
+        if constexpr (all) {
+            a = _mm512_i32gather_epi64(low, base, 1);
+            b = _mm512_i32gather_epi64(high, base, 1);
+        } else {
+            a = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m), low, base, 1);
+            b = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m >> 8), high, base,
+                                            1);
+        }
+        const __m512i firsts = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+        first = _mm512_permutex2var_epi32(a, firsts, b);
+        second = _mm512_permutex2var_epi32(a, _mm512_add_epi32(firsts, _mm512_set1_epi32(1)), b);
+    }
 
     static void StoreU32(uint32_t* p, I v) { _mm512_storeu_si512(p, v); }
     static void StoreU16(uint16_t* p, I v) {
@@ -117,6 +138,10 @@ struct Ops {
 
 #include "volume/kernels/lane_kernels.inc"
 #include "volume/kernels/upscale_lanes.inc"
+#include "volume/kernels/cell_lanes.inc"
+#include "volume/kernels/masked_slice_lanes.inc"
+#include "volume/kernels/label_overlay_lanes.inc"
+#include "volume/kernels/float_grey_lanes.inc"
 
 }  // namespace
 
@@ -127,6 +152,9 @@ int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(jo
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
 int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
 int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return LabelOverlayRowLanes(job); }
+int FloatGreyRow(const FloatGreyRowJob& job) { return FloatGreyRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -139,6 +167,9 @@ int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
 int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
 int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return job.span.from; }
+int FloatGreyRow(const FloatGreyRowJob& job) { return job.span.from; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512
