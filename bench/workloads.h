@@ -107,4 +107,12 @@ std::vector<uint32_t> BenchTableEntries();
 // "_TableMap_OTF" (rows padded as the reference host pads them).
 std::shared_ptr<zrobjects::ZrObject> BenchTable();
 
+// ---- W10's table: 4096 entries, one row ----
+
+// Entry t = (min(1, t / 3000), min(1, t / 2600), min(1, t / 2200)) in colour,
+// opacity 0 below 1200, rising linearly to 0.8 at 2600 and 0.8 beyond, each
+// channel x 255 truncated.
+std::vector<uint32_t> ShadedSlabTableEntries();
+std::shared_ptr<zrobjects::ZrObject> ShadedSlabTable();
+
 }  // namespace zrbench

@@ -1,4 +1,5 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX2: 8 lanes, masks as
+// The lane row loops (lane_kernels.inc, slab_compositing_lanes.inc,
+// curved_slab_lanes.inc) compiled for AVX2: 8 lanes, masks as
 // all-ones lanes, masked gathers; the 16-bit masked store merges with the old
 // contents. Only called after the run-time check in simd_dispatch.cpp.
 #include <algorithm>
@@ -6,6 +7,8 @@
 #include <type_traits>
 
 #include "volume/kernels/lane_rows.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
@@ -42,6 +45,7 @@ struct Ops {
     static F Sub(F a, F b) { return _mm256_sub_ps(a, b); }
     static F Mul(F a, F b) { return _mm256_mul_ps(a, b); }
     static F Div(F a, F b) { return _mm256_div_ps(a, b); }
+    static F Sqrt(F v) { return _mm256_sqrt_ps(v); }
     static F MaxF(F a, F b) { return _mm256_max_ps(a, b); }  // a > b ? a : b
     static F MinF(F a, F b) { return _mm256_min_ps(a, b); }  // a < b ? a : b
     static I Cvtt(F v) { return _mm256_cvttps_epi32(v); }    // INT32_MIN when out of range
@@ -59,6 +63,8 @@ struct Ops {
     static M NoLanes() { return _mm256_setzero_si256(); }
     static M AllLanes() { return _mm256_set1_epi32(-1); }
     static bool Any(M m) { return !_mm256_testz_si256(m, m); }
+    // Bit k set when lane k is selected.
+    static unsigned Bits(M m) { return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(m))); }
     static bool All(M m) { return _mm256_movemask_ps(_mm256_castsi256_ps(m)) == 0xff; }
     static F SelF(M m, F a, F b) { return _mm256_blendv_ps(b, a, _mm256_castsi256_ps(m)); }
     static I SelI(M m, I a, I b) { return _mm256_blendv_epi8(b, a, m); }
@@ -103,6 +109,7 @@ struct Ops {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff))));
     }
     static void StoreU32Masked(M m, uint32_t* p, I v) { _mm256_maskstore_epi32(reinterpret_cast<int*>(p), m, v); }
+    static void StoreF(float* p, F v) { _mm256_storeu_ps(p, v); }
     static void StoreI32(int32_t* p, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
     // One byte per lane, 0 or 1.
     static M LoadFlags(const uint8_t* p) {
@@ -123,6 +130,8 @@ struct Ops {
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/slab_compositing_lanes.inc"
+#include "volume/kernels/curved_slab_lanes.inc"
 
 }  // namespace
 
@@ -131,6 +140,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
+int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -141,6 +152,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
+int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

@@ -1,4 +1,5 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX-512 (F, BW, DQ, VL):
+// The lane row loops (lane_kernels.inc, slab_compositing_lanes.inc,
+// curved_slab_lanes.inc) compiled for AVX-512 (F, BW, DQ, VL):
 // 16 lanes, mask registers, masked gathers and stores. Only called after the
 // run-time check in simd_dispatch.cpp.
 #include <algorithm>
@@ -6,6 +7,8 @@
 #include <type_traits>
 
 #include "volume/kernels/lane_rows.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
@@ -42,6 +45,7 @@ struct Ops {
     static F Sub(F a, F b) { return _mm512_sub_ps(a, b); }
     static F Mul(F a, F b) { return _mm512_mul_ps(a, b); }
     static F Div(F a, F b) { return _mm512_div_ps(a, b); }
+    static F Sqrt(F v) { return _mm512_sqrt_ps(v); }
     static F MaxF(F a, F b) { return _mm512_max_ps(a, b); }  // a > b ? a : b
     static F MinF(F a, F b) { return _mm512_min_ps(a, b); }  // a < b ? a : b
     static I Cvtt(F v) { return _mm512_cvttps_epi32(v); }    // INT32_MIN when out of range
@@ -59,6 +63,8 @@ struct Ops {
     static M NoLanes() { return 0; }
     static M AllLanes() { return 0xffff; }
     static bool Any(M m) { return m != 0; }
+    // Bit k set when lane k is selected.
+    static unsigned Bits(M m) { return m; }
     static bool All(M m) { return m == 0xffff; }
     static F SelF(M m, F a, F b) { return _mm512_mask_blend_ps(m, b, a); }
     static I SelI(M m, I a, I b) { return _mm512_mask_blend_epi32(m, b, a); }
@@ -95,6 +101,7 @@ struct Ops {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_cvtepi32_epi16(v));
     }
     static void StoreU32Masked(M m, uint32_t* p, I v) { _mm512_mask_storeu_epi32(p, m, v); }
+    static void StoreF(float* p, F v) { _mm512_storeu_ps(p, v); }
     static void StoreI32(int32_t* p, I v) { _mm512_storeu_si512(p, v); }
     // One byte per lane, 0 or 1.
     static M LoadFlags(const uint8_t* p) {
@@ -108,6 +115,8 @@ struct Ops {
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/slab_compositing_lanes.inc"
+#include "volume/kernels/curved_slab_lanes.inc"
 
 }  // namespace
 
@@ -116,6 +125,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
+int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -126,6 +137,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
+int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512
