@@ -338,8 +338,11 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
     });
 }
 
-// The maximum, minimum or average slab row by row, as RunThinRows: lane groups
-// of columns first, the per-pixel body for the rest of each row.
+// The maximum, minimum or average slab in strips of columns, row by row within
+// a strip: lane groups of columns first, the per-pixel body for the rest. A
+// strip's rows read nearly the same voxel lines (its 25-odd layers of 32-128
+// columns stay in the core's second-level cache), where whole rows of a long
+// curve would not.
 template <class T, Reduction R>
 void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& volume) {
     const int width = run.width;
@@ -364,14 +367,15 @@ void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
     base.reduction = R == Reduction::Maximum   ? LaneReduction::Maximum
                      : R == Reduction::Minimum ? LaneReduction::Minimum
                                                : LaneReduction::Average;
-    base.width = width;
     base.length = run.otfLength;
     base.colour.table = run.otfRow;
     base.colour.channelSwitch = run.channelSwitch;
 
     const float rows = static_cast<float>(run.height - 1);
-    ParallelFor(0, run.height, [&](int j) {
+    ParallelForStrips(width, run.height, BalancedStripWidth(width, 32, 128), [&](int j, int from, int to) {
         CurvedSlabRowJob job = base;
+        job.from = from;
+        job.to = to;
         job.a = static_cast<float>(run.height - 1 - j) / rows;
         job.b = static_cast<float>(j) / rows;
         if (j + kPrefetchRows < run.height) {
@@ -382,7 +386,7 @@ void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
         const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
         job.colourRow = run.target.colour + rowStart;
         job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;
-        for (int i = CurvedSlabLanes(target, job); i < width; ++i) {
+        for (int i = CurvedSlabLanes(target, job); i < to; ++i) {
             const ColumnFrame& frame = table.frames[static_cast<size_t>(i)];
             if (frame.used) SlabPixel<T, R>(run, frame, i, j);
         }

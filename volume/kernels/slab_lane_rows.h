@@ -41,6 +41,10 @@ struct SlabCompositingRowJob {
     LaneColour colour;  // table read by the rounded sample
     uint32_t* colourRow = nullptr;
     uint16_t* valueRow = nullptr;  // may be null
+    // Ends of a row some way below, whose cells are prefetched layer by layer.
+    bool prefetch = false;
+    float prefetchLeft[3];
+    float prefetchRight[3];
 };
 
 // Curved slab row without clipping (maximum, minimum or average of
@@ -66,7 +70,8 @@ struct CurvedSlabRowJob {
     int layers = 0;       // K + 1, at least 1
     float layerStep = 0.0f;
     LaneReduction reduction = LaneReduction::Maximum;
-    int width = 0;
+    int from = 0;  // columns drawn: from .. to - 1
+    int to = 0;
     float length = 0.0f;  // the scaled lookup's L
     LaneColour colour;
     uint32_t* colourRow = nullptr;

@@ -185,6 +185,14 @@ void CompositingSpan(const SlabRun<T>& run, int r, int from, int to) {
         }
         job.colourRow = colourRow;
         job.valueRow = valueRow;
+        if (r + kPrefetchRows < run.height) {
+            const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(run.height - 1);
+            job.prefetch = true;
+            for (int k = 0; k < 3; ++k) {
+                job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
+                job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
+            }
+        }
         c = SlabCompositingLanes(run.simd, job);
     }
     for (; c < to; ++c) {
