@@ -1,5 +1,7 @@
 #include "curved_reformation.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -338,6 +340,33 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
     });
 }
 
+// How far the rounded layer points of a pixel can stray from their line, in
+// voxels, for an affine record: each coordinate of a layer point is formed in
+// a few roundings from world coordinates no larger than W, so it strays by at
+// most 6 * 2^-24 * (sum_k |m_rk| W + |m_r3|) from the exact one, and the points
+// between two such ends by twice that from the line joining the computed ends.
+// W bounds |front| + (E + |C|) |lateral step| + K * step * |depth| over the
+// used columns. Twice the bound again, for good measure.
+template <class T>
+float InteriorMargin(const CurvedRun<T>& run, const ColumnTable& table) {
+    const double lateral = std::fabs(static_cast<double>(run.g.lateralExtent)) + std::fabs(run.g.lateralCentre);
+    const double depth = std::fabs(static_cast<double>(run.g.lastLayer) * run.g.layerStep);
+    double world = 0.0;
+    for (const ColumnFrame& f : table.frames) {
+        if (!f.used) continue;
+        for (int k = 0; k < 3; ++k)
+            world = std::max(world, std::fabs(double(f.slabFront[k])) + lateral * std::fabs(f.lateralStep[k]) +
+                                        depth * std::fabs(f.depth[k]));
+    }
+    double bound = 0.0;
+    for (int r = 0; r < 3; ++r) {
+        const float* m = run.toVoxel.m + 4 * r;
+        bound = std::max(bound, (std::fabs(m[0]) + std::fabs(m[1]) + std::fabs(m[2])) * world + std::fabs(m[3]));
+    }
+    const double margin = 24.0 * 0x1p-24 * bound;
+    return std::isfinite(margin) && margin < 0.25 ? static_cast<float>(margin) : -1.0f;
+}
+
 // The maximum, minimum or average slab in strips of columns, row by row within
 // a strip: lane groups of columns first, the per-pixel body for the rest. A
 // strip's rows read nearly the same voxel lines (its 25-odd layers of 32-128
@@ -362,6 +391,7 @@ void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
     base.extent = run.g.lateralExtent;
     for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
     base.affine = AffineRecord(run.toVoxel);
+    if (base.affine) base.interiorMargin = InteriorMargin(run, table);
     base.layers = run.g.lastLayer + 1;
     base.layerStep = run.g.layerStep;
     base.reduction = R == Reduction::Maximum   ? LaneReduction::Maximum

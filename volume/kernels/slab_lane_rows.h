@@ -67,7 +67,12 @@ struct CurvedSlabRowJob {
     float extent = 0.0f;
     float toVoxel[16];
     bool affine = false;  // last row (0, 0, 0, 1): the divisions by w are skipped
-    int layers = 0;       // K + 1, at least 1
+    // With an affine record the layer points of a pixel lie on a line, within
+    // this distance (voxels) of it after rounding: a group whose first and last
+    // layers lie this far inside the box 0 <= c < d - 1 is interior throughout.
+    // Negative: no interior shortcut.
+    float interiorMargin = -1.0f;
+    int layers = 0;  // K + 1, at least 1
     float layerStep = 0.0f;
     LaneReduction reduction = LaneReduction::Maximum;
     int from = 0;  // columns drawn: from .. to - 1
