@@ -248,6 +248,8 @@ void CurvedColumn(const CurvedRun<T>& run, int i) {
 
 // How far ahead (in rows) the vector path prefetches voxel lines.
 constexpr int kPrefetchRows = 2;
+// The same for the slab rows, whose prefetches follow the layers.
+constexpr int kSlabPrefetchRows = 6;
 
 // The column frames of a whole image, made once, and their structure of
 // arrays for the lane loops.
@@ -408,10 +410,10 @@ void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
         job.to = to;
         job.a = static_cast<float>(run.height - 1 - j) / rows;
         job.b = static_cast<float>(j) / rows;
-        if (j + kPrefetchRows < run.height) {
+        if (j + kSlabPrefetchRows < run.height) {
             job.prefetch = true;
-            job.prefetchA = static_cast<float>(run.height - 1 - j - kPrefetchRows) / rows;
-            job.prefetchB = static_cast<float>(j + kPrefetchRows) / rows;
+            job.prefetchA = static_cast<float>(run.height - 1 - j - kSlabPrefetchRows) / rows;
+            job.prefetchB = static_cast<float>(j + kSlabPrefetchRows) / rows;
         }
         const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
         job.colourRow = run.target.colour + rowStart;
