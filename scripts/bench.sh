@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks (Release, in build/bench unless ZR_BENCH_BUILD says
-# otherwise) and runs every fixed workload: W1-W6, M1 and the phases of M2,
+# otherwise) and runs every fixed workload: W1-W6, W10, W11, M1 and the phases of M2,
 # their scalar references and the whole requests, each at 1 and 2 threads, 7
 # repetitions after a warm-up, medians only; then M2 as a whole process, zrslice
 # against VTK's reader and cutter (bench/time_to_picture.py). Extra arguments go
