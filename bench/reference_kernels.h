@@ -18,7 +18,9 @@
 #include "common/slice_clip.h"
 #include "common/unit_vector.h"
 #include "volume/kernels/curved_reformation.h"
+#include "volume/kernels/image_upscale.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/pixel_bytes.h"
 #include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/slab_projection.h"
 #include "volume/kernels/slice_walk.h"
@@ -297,6 +299,47 @@ std::vector<double> IsoContourList(const zrvolume::VoxelGrid<T>& grid, const zrc
         }
     }
     return list;
+}
+
+// Bilinear enlargement (the fast quality mode's up-scale) on a cleared
+// destination: destination row r reads source rows floor(r sy) and the one
+// below with fy = r sy - floor(r sy); along the row a fraction fx starts at 0,
+// the source column advances by one whenever fx >= 1 (fx -= 1), and fx += sx
+// after each pixel; each byte (and the value) is
+// (s00 (1 - fx) + s01 fx)(1 - fy) + (s10 (1 - fx) + s11 fx) fy, truncated.
+inline void UpscaleImage(const zrvolume::ImageUpscaleArgs& a) {
+    const auto bilinear = [](float s00, float s01, float s10, float s11, float fx, float fy) {
+        return (s00 * (1.0f - fx) + s01 * fx) * (1.0f - fy) + (s10 * (1.0f - fx) + s11 * fx) * fy;
+    };
+    for (int r = 0; r < a.rowCount; ++r) {
+        const float y = static_cast<float>(r) * a.sy;
+        const int y0 = zrvolume::FloorToInt(y);
+        const float fy = y - static_cast<float>(y0);
+        const ptrdiff_t upper = static_cast<ptrdiff_t>(y0) * a.pitch, lower = upper + a.pitch;
+        const ptrdiff_t rowStart = static_cast<ptrdiff_t>(a.rowOffset + r) * a.pitch;
+        float fx = 0.0f;
+        int col = 0;
+        for (int x = a.x0; x < a.x1; ++x) {
+            if (fx >= 1.0f) {
+                fx -= 1.0f;
+                ++col;
+            }
+            uint32_t pixel = 0;
+            for (int b = 0; b < 4; ++b) {
+                const float v = bilinear(
+                    zrvolume::Byte(a.source[upper + col], b), zrvolume::Byte(a.source[upper + col + 1], b),
+                    zrvolume::Byte(a.source[lower + col], b), zrvolume::Byte(a.source[lower + col + 1], b), fx, fy);
+                pixel |= zrvolume::TruncatedByte(v) << (8 * b);
+            }
+            a.destination[rowStart + x] = pixel;
+            if (a.sourceValues && a.destinationValues) {
+                const float v = bilinear(a.sourceValues[upper + col], a.sourceValues[upper + col + 1],
+                                         a.sourceValues[lower + col], a.sourceValues[lower + col + 1], fx, fy);
+                a.destinationValues[rowStart + x] = static_cast<uint16_t>(zrcommon::TruncateToInt32(v));
+            }
+            fx += a.sx;
+        }
+    }
 }
 
 }  // namespace zrreference

@@ -147,8 +147,10 @@ zrobjects::SectionView PlaneP1View() {
     return view;
 }
 
-std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image() {
-    auto image = zrobjects::MakeSectionImage(PlaneP1View());
+namespace {
+
+std::shared_ptr<zrobjects::ZrIObject> MakeImageWithBuffers(const zrobjects::SectionView& view) {
+    auto image = zrobjects::MakeSectionImage(view);
     const std::string colour =
         "default render out frame buffer Backup : defined in zerpha_inbuilt_renderercpu module";
     for (int index = 0; index < 3; ++index)
@@ -156,6 +158,17 @@ std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image() {
     image->InsertFrameBuffer(zrobjects::MakeDataType<unsigned short>(), 3,
                              "sample render out frame buffer Backup : defined in zerpha_inbuilt_renderercpu module");
     return image;
+}
+
+}  // namespace
+
+std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image() { return MakeImageWithBuffers(PlaneP1View()); }
+
+std::shared_ptr<zrobjects::ZrIObject> MakePlaneW12Image() {
+    zrobjects::SectionView view = PlaneP1View();
+    view.pixelSpacing = glm::dvec2(kPlaneW12PixelSpacing);
+    view.size = kPlaneW12Size;
+    return MakeImageWithBuffers(view);
 }
 
 MeshCutView MeshCutViewOf(zrobjects::ZrIObject& image) {

@@ -69,6 +69,15 @@ zrobjects::SectionView PlaneP1View();
 // colour buffers (usage 1) 0, 1 and 2 and the 16-bit value buffer (usage 3) 0.
 std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image();
 
+// ---- W12: P1 at 1024 x 1024 pixels, 0.225 mm apart (the same square of the plane) ----
+
+inline constexpr glm::ivec2 kPlaneW12Size{1024, 1024};
+inline constexpr double kPlaneW12PixelSpacing = 0.225;
+inline constexpr int kW12LengthFastModeMax = 256;
+
+// As MakePlaneP1Image, on the W12 view.
+std::shared_ptr<zrobjects::ZrIObject> MakePlaneW12Image();
+
 // ---- Mesh cut as the sectional mesh renderer sets it up ----
 
 struct MeshCutView {

@@ -1,5 +1,5 @@
 // The lane row loops (lane_kernels.inc, slab_compositing_lanes.inc,
-// curved_slab_lanes.inc) compiled for AVX2: 8 lanes, masks as
+// curved_slab_lanes.inc, upscale_lanes.inc) compiled for AVX2: 8 lanes, masks as
 // all-ones lanes, masked gathers; the 16-bit masked store merges with the old
 // contents. Only called after the run-time check in simd_dispatch.cpp.
 #include <algorithm>
@@ -7,9 +7,10 @@
 #include <type_traits>
 
 #include "volume/kernels/lane_rows.h"
+#include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/slab_lane_rows.h"
-#include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
 #define ZR_LANES_AVX2 1
@@ -109,7 +110,6 @@ struct Ops {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff))));
     }
     static void StoreU32Masked(M m, uint32_t* p, I v) { _mm256_maskstore_epi32(reinterpret_cast<int*>(p), m, v); }
-    static void StoreF(float* p, F v) { _mm256_storeu_ps(p, v); }
     static void StoreI32(int32_t* p, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
     // One byte per lane, 0 or 1.
     static M LoadFlags(const uint8_t* p) {
@@ -127,11 +127,20 @@ struct Ops {
         const __m128i fresh = Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff)));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_blendv_epi8(keep, fresh, mask16));
     }
+    // The first n (1 .. 8) entries at p, 0 elsewhere; nothing past them is read.
+    static I LoadPrefixI(const uint32_t* p, int n) {
+        const __m256i lanes = _mm256_cmpgt_epi32(_mm256_set1_epi32(n), Iota());
+        return _mm256_maskload_epi32(reinterpret_cast<const int*>(p), lanes);
+    }
+    static void StoreF(float* p, F v) { _mm256_storeu_ps(p, v); }
+    // Lane i takes lane (index_i mod 8) of v.
+    static I PermuteI(I v, I index) { return _mm256_permutevar8x32_epi32(v, index); }
 };
 
 #include "volume/kernels/lane_kernels.inc"
 #include "volume/kernels/slab_compositing_lanes.inc"
 #include "volume/kernels/curved_slab_lanes.inc"
+#include "volume/kernels/upscale_lanes.inc"
 
 }  // namespace
 
@@ -142,6 +151,8 @@ int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(jo
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
 int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
 int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -154,6 +165,8 @@ int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
 int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
 int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

@@ -1,5 +1,5 @@
 // The lane row loops (lane_kernels.inc, slab_compositing_lanes.inc,
-// curved_slab_lanes.inc) compiled for AVX-512 (F, BW, DQ, VL):
+// curved_slab_lanes.inc, upscale_lanes.inc) compiled for AVX-512 (F, BW, DQ, VL):
 // 16 lanes, mask registers, masked gathers and stores. Only called after the
 // run-time check in simd_dispatch.cpp.
 #include <algorithm>
@@ -7,9 +7,10 @@
 #include <type_traits>
 
 #include "volume/kernels/lane_rows.h"
+#include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/slab_lane_rows.h"
-#include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
 #define ZR_LANES_AVX512 1
@@ -101,7 +102,6 @@ struct Ops {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_cvtepi32_epi16(v));
     }
     static void StoreU32Masked(M m, uint32_t* p, I v) { _mm512_mask_storeu_epi32(p, m, v); }
-    static void StoreF(float* p, F v) { _mm512_storeu_ps(p, v); }
     static void StoreI32(int32_t* p, I v) { _mm512_storeu_si512(p, v); }
     // One byte per lane, 0 or 1.
     static M LoadFlags(const uint8_t* p) {
@@ -112,11 +112,19 @@ struct Ops {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm512_cvtepi32_epi8(_mm512_maskz_mov_epi32(m, _mm512_set1_epi32(1))));
     }
     static void StoreU16Masked(M m, uint16_t* p, I v) { _mm256_mask_storeu_epi16(p, m, _mm512_cvtepi32_epi16(v)); }
+    // The first n (1 .. 16) entries at p, 0 elsewhere; nothing past them is read.
+    static I LoadPrefixI(const uint32_t* p, int n) {
+        return _mm512_maskz_loadu_epi32(static_cast<__mmask16>((1u << n) - 1u), p);
+    }
+    static void StoreF(float* p, F v) { _mm512_storeu_ps(p, v); }
+    // Lane i takes lane (index_i mod 16) of v.
+    static I PermuteI(I v, I index) { return _mm512_permutexvar_epi32(index, v); }
 };
 
 #include "volume/kernels/lane_kernels.inc"
 #include "volume/kernels/slab_compositing_lanes.inc"
 #include "volume/kernels/curved_slab_lanes.inc"
+#include "volume/kernels/upscale_lanes.inc"
 
 }  // namespace
 
@@ -127,6 +135,8 @@ int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(jo
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
 int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
 int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -139,6 +149,8 @@ int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
 int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
 int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512

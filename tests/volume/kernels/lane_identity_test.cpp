@@ -1,8 +1,9 @@
 // The vectorised paths of the thin-slice, slab (reductions and shaded
-// compositing) and curved (thin and slab) kernels against their plain scalar
-// forms (bench/reference_kernels.h): the same bytes in the colour
-// and value buffers on every instruction-set target this processor offers, at
-// one and at two threads, for every integer voxel type. The scenes are small
+// compositing) and curved (thin and slab) kernels and of the fast quality
+// mode's enlargement against their plain scalar forms
+// (bench/reference_kernels.h): the same bytes in the colour and value buffers
+// on every instruction-set target this processor offers, at one and at two
+// threads, for every integer voxel type. The scenes are small
 // but have what the full workloads have: oblique planes that leave the volume
 // on every side (clamped and edge cells), rows that are not a multiple of the
 // lane count, negative voxels for the signed types, a table whose every entry
@@ -17,6 +18,7 @@
 #include "host/zr_camera.h"
 #include "thick_fixtures.h"
 #include "volume/kernels/curved_reformation.h"
+#include "volume/kernels/image_upscale.h"
 #include "volume/kernels/iso_contour.h"
 #include "volume/kernels/otf_slice.h"
 #include "volume/kernels/simd_dispatch.h"
@@ -322,6 +324,79 @@ TYPED_TEST(LaneIdentityTest, IsoContourListMatchesScalarForm) {
         EXPECT_EQ(list, expected) << zrvolume::SimdTargetName(target);
     }
     zrvolume::ForceSimdTarget(std::nullopt);
+}
+
+// Reduced images enlarged by steps that are not whole (as fast quality mode
+// lays them out), by 2 and by 1, into a destination that the kernel clears
+// itself and into one cleared beforehand; the reduced image reaches the last
+// row and column of its exactly sized buffer, so a read past it would leave
+// the storage. Every byte of every source pixel differs from its neighbours'.
+TEST(LaneIdentityUpscaleTest, EnlargementMatchesScalarForm) {
+    const int pitch = 203, rows = 150;
+    std::vector<uint32_t> source(static_cast<size_t>(pitch) * rows);
+    std::vector<uint16_t> sourceValues(source.size());
+    for (size_t i = 0; i < source.size(); ++i) {
+        const uint32_t h = static_cast<uint32_t>(i) * 2654435761u;
+        source[i] = h ^ (h >> 13);
+        sourceValues[i] = static_cast<uint16_t>(h >> 7);
+    }
+    const struct {
+        int x0, x1, rowOffset, rowCount;
+        float sx, sy;
+        bool values, clears;
+    } cases[] = {
+        // 0.2506 source columns per pixel: the last source column read is
+        // trunc(184 * 0.2506) + 1 = 47 of 203, the last row floor(149 * 0.9) + 1 = 135.
+        {3, 188, 0, 150, 0.2506f, 0.9f, false, true},
+        // One source column and row per pixel, up to the buffer's last column
+        // (202) and row (149).
+        {1, 203, 1, 149, 1.0f, 1.0f, true, false},
+        {0, 201, 0, 150, 0.5f, 0.5f, true, true},
+        // Nearly one column per pixel: a lane group spans one column more than
+        // it has lanes, with fractions that are not 0.
+        {0, 203, 0, 150, 0.9713f, 0.9713f, true, true},
+        {17, 120, 5, 97, 0.3791f, 0.6113f, false, false},
+        // Rows above and below the drawn ones, cleared by the kernel.
+        {9, 150, 7, 101, 0.4217f, 0.5309f, true, true},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(testing::Message() << "columns " << k.x0 << ".." << k.x1 << ", sx " << k.sx);
+        zrvolume::ImageUpscaleArgs args;
+        args.source = source.data();
+        args.sourceValues = k.values ? sourceValues.data() : nullptr;
+        args.pitch = pitch;
+        args.x0 = k.x0;
+        args.x1 = k.x1;
+        args.rowOffset = k.rowOffset;
+        args.rowCount = k.rowCount;
+        args.sx = k.sx;
+        args.sy = k.sy;
+
+        std::vector<uint32_t> expected(source.size(), 0u);
+        std::vector<uint16_t> expectedValues(source.size(), 0);
+        zrvolume::ImageUpscaleArgs reference = args;
+        reference.destination = expected.data();
+        reference.destinationValues = expectedValues.data();
+        zrreference::UpscaleImage(reference);
+
+        for (zrvolume::SimdTarget target : zrvolume::SupportedSimdTargets()) {
+            zrvolume::ForceSimdTarget(target);
+            for (int threads : {1, 2}) {
+                ThreadCount count(threads);
+                SCOPED_TRACE(std::string(zrvolume::SimdTargetName(target)) + " at " + std::to_string(threads) +
+                             " threads");
+                std::vector<uint32_t> got(source.size(), k.clears ? 0x5a5a5a5au : 0u);
+                std::vector<uint16_t> gotValues(source.size(), 0);
+                args.destination = got.data();
+                args.destinationValues = gotValues.data();
+                args.clearRows = k.clears ? rows : 0;
+                zrvolume::UpscaleImage(args);
+                EXPECT_EQ(got, expected);
+                EXPECT_EQ(gotValues, expectedValues);
+            }
+        }
+        zrvolume::ForceSimdTarget(std::nullopt);
+    }
 }
 
 // The forced target is what the kernels report, capped at what the processor offers.
