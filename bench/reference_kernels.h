@@ -23,6 +23,7 @@
 #include "volume/kernels/image_upscale.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/pixel_bytes.h"
+#include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/slab_projection.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
@@ -232,6 +233,42 @@ void SlabProjection(const zrvolume::VoxelGrid<T>& grid, const zrvolume::SlabGeom
     }
 }
 
+// Planar shaded compositing (codes 0 and 1, W10) without clipping: the planar
+// member of slab_compositing.h, pixel by pixel.
+template <class T>
+void SlabCompositing(const zrvolume::VoxelGrid<T>& grid, const zrvolume::SlabGeometry& g,
+                     const zrvolume::CompositingShading& shading, int width, int height, const uint32_t* row0,
+                     bool channelSwitch, const ReferenceTarget& out) {
+    for (int r = 0; r < height; ++r) {
+        const float t = static_cast<float>(r) / static_cast<float>(height - 1);
+        const glm::vec3 left = (1.0f - t) * g.topLeft + t * g.bottomLeft;
+        const glm::vec3 right = (1.0f - t) * g.topRight + t * g.bottomRight;
+        for (int c = 0; c < width; ++c) {
+            const float s = static_cast<float>(c) / static_cast<float>(width - 1);
+            const glm::vec3 start = (1.0f - s) * left + s * right;
+            const size_t index = static_cast<size_t>(r) * out.pitch + c;
+            if (out.values) {
+                const glm::vec3 p = start + (0.5f * static_cast<float>(g.layerCount - 1)) * g.layerStep;
+                const float v = zrvolume::InsideGrid(p, grid.dims) ? zrvolume::SampleTrilinear(grid, p) : 0.0f;
+                out.values[index] = static_cast<uint16_t>(zrcommon::TruncateToInt32(v + 0.5f));
+            }
+            glm::vec3 x = start + zrvolume::PlanarLayerJitter(r, c) * g.layerStep;
+            bool covered = false;
+            zrvolume::CompositeAccumulator acc;
+            for (int m = 0; m < g.layerCount && acc.opacity < zrvolume::kPlanarOpaqueEnough; ++m) {
+                float sample = 0.0f;
+                if (zrvolume::InsideGrid(x, grid.dims)) {
+                    sample = zrvolume::SampleTrilinear(grid, x);
+                    covered = true;
+                }
+                zrvolume::CompositePlanarLayer(shading, grid, zrvolume::PlanarLayerEntry<T>(row0, sample), x, acc);
+                x += g.layerStep;
+            }
+            out.colour[index] = zrvolume::CompositedPixel(acc, channelSwitch, covered);
+        }
+    }
+}
+
 // Thin curved reformation (W6), column by column.
 template <class T>
 void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReformationArgs& args,
@@ -272,6 +309,70 @@ void CurvedThin(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReform
             if (out.values) out.values[index] = value;
             out.colour[index] = zrvolume::PremultipliedPixel(row0[zrvolume::ScaledOtfIndex(value, length)],
                                                              channelSwitch, inside);
+        }
+    }
+}
+
+// Curved slab maximum (10, W11), minimum (11) and average (12), column by
+// column.
+template <class T>
+void CurvedSlab(const zrvolume::VoxelGrid<T>& grid, const zrvolume::CurvedReformationArgs& args,
+                const zrvolume::CurvedSectionGeometry& g, int code, const uint32_t* row0, float length,
+                bool channelSwitch, const ReferenceTarget& out) {
+    const int n = args.curveCount;
+    const int width = args.width, height = args.height;
+    const bool clipActive = args.clip.clipBox || args.clip.clipPlane;
+    for (int i = 0; i < width; ++i) {
+        const float t = static_cast<float>(i) / static_cast<float>(width - 1);
+        const float u = (1.0f - t) * g.firstColumnPosition + t * g.lastColumnPosition;
+        const float lo = (1.0f - t) * g.firstColumnTop + t * g.lastColumnTop;
+        const float hi = (1.0f - t) * g.firstColumnBottom + t * g.lastColumnBottom;
+        if (!(u >= 0.0f) || u >= static_cast<float>(n - 1)) continue;
+        const int k = zrvolume::FloorToInt(u);
+        const float f = u - static_cast<float>(k);
+        const int k0 = glm::clamp(k, 0, n - 1), k1 = glm::clamp(k + 1, 0, n - 1);
+        const glm::vec3 p = (1.0f - f) * args.curvePoints[k0] + f * args.curvePoints[k1];
+        const glm::vec3 up = (1.0f - f) * args.upVectors[k0] + f * args.upVectors[k1];
+        const glm::vec3 tangent = (1.0f - f) * args.tangents[k0] + f * args.tangents[k1];
+        const glm::vec3 upUnit = zrcommon::UnitOrZero(up);
+        glm::vec3 depth = zrcommon::UnitOrZero(glm::cross(upUnit, tangent));
+        if (args.rightSide) depth = -depth;
+        const glm::vec3 surface = p + g.depthScale * depth;
+        const glm::vec3 front = surface - (0.5f * g.slabSpan) * depth;
+        const glm::vec3 lateralStep = g.lateralScale * upUnit;
+        const float rows = static_cast<float>(height - 1);
+        for (int j = 0; j < height; ++j) {
+            const float s =
+                (static_cast<float>(height - 1 - j) / rows) * lo + (static_cast<float>(j) / rows) * hi;
+            if (!(s >= 0.0f) || s > g.lateralExtent) continue;
+            const glm::vec3 base = front + (s - g.lateralCentre) * lateralStep;
+            bool covered = false;
+            float maximum = 0.0f, minimum = 3.4028235e38f, sum = 0.0f;
+            int counted = 0;
+            for (int m = 0; m <= g.lastLayer; ++m) {
+                const glm::vec3 v = zrcommon::TransformPoint(
+                    args.worldToVoxel, base + (static_cast<float>(m) * g.layerStep) * depth);
+                if (clipActive && zrcommon::Clipped(args.clip, v)) continue;  // not counted
+                float sample = 0.0f;
+                if (zrvolume::InsideGrid(v, grid.dims)) {
+                    sample = zrvolume::SampleTrilinear(grid, v);
+                    covered = true;
+                }
+                maximum = sample > maximum ? sample : maximum;
+                minimum = sample < minimum ? sample : minimum;
+                sum += sample;
+                ++counted;
+            }
+            int32_t value = 0;
+            if (code == 10) value = zrcommon::TruncateToInt32(maximum + 0.5f);
+            if (code == 11)
+                value = zrcommon::TruncateToInt32((minimum == 3.4028235e38f ? 0.0f : minimum) + 0.5f);
+            if (code == 12) value = zrcommon::TruncateToInt32(sum / static_cast<float>(counted));
+            const auto value16 = static_cast<uint16_t>(value);
+            const size_t index = static_cast<size_t>(j) * out.pitch + i;
+            if (out.values) out.values[index] = value16;
+            out.colour[index] = zrvolume::PremultipliedPixel(row0[zrvolume::ScaledOtfIndex(value16, length)],
+                                                             channelSwitch, covered);
         }
     }
 }

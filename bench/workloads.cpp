@@ -276,4 +276,19 @@ std::shared_ptr<zrobjects::ZrObject> LabelTableW8() {
 
 std::vector<glm::dvec2> GreyCurveW9c() { return {{0, 0}, {900, 40}, {1100, 160}, {3600, 255}}; }
 
+std::vector<uint32_t> ShadedSlabTableEntries() {
+    std::vector<uint32_t> entries(kBenchTableLength);
+    for (int t = 0; t < kBenchTableLength; ++t) {
+        const auto channel = [t](double full) { return static_cast<uint8_t>(std::min(1.0, t / full) * 255.0); };
+        const double a = t < 1200 ? 0.0 : std::min(0.8, 0.8 * (t - 1200) / 1400.0);
+        entries[t] = zrobjects::PackEntry(channel(3000.0), channel(2600.0), channel(2200.0),
+                                          static_cast<uint8_t>(a * 255.0));
+    }
+    return entries;
+}
+
+std::shared_ptr<zrobjects::ZrObject> ShadedSlabTable() {
+    return zrobjects::MakeTableObject({ShadedSlabTableEntries()});
+}
+
 }  // namespace zrbench

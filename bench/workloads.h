@@ -140,4 +140,12 @@ std::shared_ptr<zrobjects::ZrObject> LabelTableW8();
 // W9c's grey curve: (0, 0), (900, 40), (1100, 160), (3600, 255).
 std::vector<glm::dvec2> GreyCurveW9c();
 
+// ---- W10's table: 4096 entries, one row ----
+
+// Entry t = (min(1, t / 3000), min(1, t / 2600), min(1, t / 2200)) in colour,
+// opacity 0 below 1200, rising linearly to 0.8 at 2600 and 0.8 beyond, each
+// channel x 255 truncated.
+std::vector<uint32_t> ShadedSlabTableEntries();
+std::shared_ptr<zrobjects::ZrObject> ShadedSlabTable();
+
 }  // namespace zrbench

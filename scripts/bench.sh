@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks (Release, in build/bench unless ZR_BENCH_BUILD says
-# otherwise) and runs every fixed workload: W1-W6, W12, M1 and the phases of M2,
+# otherwise) and runs every fixed workload: W1-W6, W10-W12, M1 and the phases of M2,
 # their scalar references and the whole requests, each at 1 and 2 threads, 7
 # repetitions after a warm-up, medians only; then the whole processes
 # (bench/time_to_picture.py): L1 and L1z, a NIfTI file of V1 drawn by zrslice

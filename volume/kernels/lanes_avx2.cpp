@@ -8,6 +8,8 @@
 #include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
 #include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
@@ -44,6 +46,7 @@ struct Ops {
     static F Sub(F a, F b) { return _mm256_sub_ps(a, b); }
     static F Mul(F a, F b) { return _mm256_mul_ps(a, b); }
     static F Div(F a, F b) { return _mm256_div_ps(a, b); }
+    static F Sqrt(F v) { return _mm256_sqrt_ps(v); }
     static F MaxF(F a, F b) { return _mm256_max_ps(a, b); }  // a > b ? a : b
     static F MinF(F a, F b) { return _mm256_min_ps(a, b); }  // a < b ? a : b
     static I Cvtt(F v) { return _mm256_cvttps_epi32(v); }    // INT32_MIN when out of range
@@ -61,6 +64,8 @@ struct Ops {
     static M NoLanes() { return _mm256_setzero_si256(); }
     static M AllLanes() { return _mm256_set1_epi32(-1); }
     static bool Any(M m) { return !_mm256_testz_si256(m, m); }
+    // Bit k set when lane k is selected.
+    static unsigned Bits(M m) { return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(m))); }
     static bool All(M m) { return _mm256_movemask_ps(_mm256_castsi256_ps(m)) == 0xff; }
     static F SelF(M m, F a, F b) { return _mm256_blendv_ps(b, a, _mm256_castsi256_ps(m)); }
     static I SelI(M m, I a, I b) { return _mm256_blendv_epi8(b, a, m); }
@@ -156,6 +161,8 @@ struct Ops {
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/slab_compositing_lanes.inc"
+#include "volume/kernels/curved_slab_lanes.inc"
 #include "volume/kernels/upscale_lanes.inc"
 #include "volume/kernels/cell_lanes.inc"
 #include "volume/kernels/masked_slice_lanes.inc"
@@ -169,6 +176,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
+int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
 int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
 int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
@@ -184,6 +193,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
+int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
 int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
 int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }

@@ -9,6 +9,8 @@
 #include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
 #include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
@@ -45,6 +47,7 @@ struct Ops {
     static F Sub(F a, F b) { return _mm512_sub_ps(a, b); }
     static F Mul(F a, F b) { return _mm512_mul_ps(a, b); }
     static F Div(F a, F b) { return _mm512_div_ps(a, b); }
+    static F Sqrt(F v) { return _mm512_sqrt_ps(v); }
     static F MaxF(F a, F b) { return _mm512_max_ps(a, b); }  // a > b ? a : b
     static F MinF(F a, F b) { return _mm512_min_ps(a, b); }  // a < b ? a : b
     static I Cvtt(F v) { return _mm512_cvttps_epi32(v); }    // INT32_MIN when out of range
@@ -62,6 +65,8 @@ struct Ops {
     static M NoLanes() { return 0; }
     static M AllLanes() { return 0xffff; }
     static bool Any(M m) { return m != 0; }
+    // Bit k set when lane k is selected.
+    static unsigned Bits(M m) { return m; }
     static bool All(M m) { return m == 0xffff; }
     static F SelF(M m, F a, F b) { return _mm512_mask_blend_ps(m, b, a); }
     static I SelI(M m, I a, I b) { return _mm512_mask_blend_epi32(m, b, a); }
@@ -137,6 +142,8 @@ struct Ops {
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/slab_compositing_lanes.inc"
+#include "volume/kernels/curved_slab_lanes.inc"
 #include "volume/kernels/upscale_lanes.inc"
 #include "volume/kernels/cell_lanes.inc"
 #include "volume/kernels/masked_slice_lanes.inc"
@@ -150,6 +157,8 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
+int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
 int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
 int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
 int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
@@ -165,6 +174,8 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
+int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
 int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
 int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
 int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }

@@ -1,13 +1,13 @@
 // The vectorised paths of the thin-slice, mask-selected, label-overlay, float
-// grey, slab and curved kernels and of the fast quality mode's enlargement
-// against their plain scalar forms (bench/reference_kernels.h): the same bytes
-// in the colour and value buffers on every instruction-set target this
-// processor offers, at one and at two threads, for every voxel type a family
-// takes. The scenes are small but have what the full workloads have: oblique
-// planes that leave the volume on every side (clamped and edge cells) next to
-// groups wholly inside it, rows that are not a multiple of the lane count and
-// images of several strips, negative voxels for the signed types, tables whose
-// every entry differs.
+// grey, slab (reductions and shaded compositing) and curved (thin and slab)
+// kernels and of the fast quality mode's enlargement against their plain scalar
+// forms (bench/reference_kernels.h): the same bytes in the colour and value
+// buffers on every instruction-set target this processor offers, at one and at
+// two threads, for every voxel type a family takes. The scenes are small but
+// have what the full workloads have: oblique planes that leave the volume on
+// every side (clamped and edge cells) next to groups wholly inside it, rows that
+// are not a multiple of the lane count and images of several strips, negative
+// voxels for the signed types, tables whose every entry differs.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -26,6 +26,7 @@
 #include "volume/kernels/masked_otf_slice.h"
 #include "volume/kernels/otf_slice.h"
 #include "volume/kernels/simd_dispatch.h"
+#include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/slab_projection.h"
 #include "volume/kernels/voxel_sampling.h"
 
@@ -375,6 +376,98 @@ TYPED_TEST(LaneIdentityTest, SlabReductionsMatchScalarForm) {
             zrreference::SlabProjection(grid, geometry, code, kWidth, kHeight, TableRow(*table), false, {}, out);
         });
         ExpectSameOnEveryPath(*image, expected, [&] { ASSERT_TRUE(zrvolume::RenderSlabProjection(args)); });
+    }
+}
+
+// Shaded compositing with and without magnitude weighting and the specular
+// power, with either channel order: layers of every opacity (0 included),
+// marches that stop early, lanes that leave the grid.
+TYPED_TEST(LaneIdentityTest, SlabCompositingMatchesScalarForm) {
+    using T = TypeParam;
+    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
+    auto table = DistinctTable(4096);
+    auto image = slicetest::MakeImage(kWidth, kHeight);
+    zrvolume::SlabGeometry geometry;
+    geometry.topLeft = {-1.9f, -2.2f, -3.1f};
+    geometry.topRight = {38.3f, 1.4f, 2.7f};
+    geometry.bottomLeft = {2.1f, 30.6f, 6.2f};
+    geometry.bottomRight = {37.2f, 29.9f, 10.4f};
+    geometry.layerStep = {0.31f, -0.47f, 1.13f};
+    geometry.layerCount = 19;
+    const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
+    // A scale that leaves some weighted opacities below 1 and lifts others to it.
+    volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(0.0f, sizeof(T) == 1 ? 120.0f : 9000.0f));
+    const struct {
+        int code;
+        glm::vec4 phong;
+        bool channelSwitch;
+    } cases[] = {{1, {0.7f, 0.7f, 0.0f, 1.0f}, false}, {0, {0.2f, 1.0f, 0.5f, 5.0f}, true},
+                 {1, {0.3f, 0.6f, 0.4f, 2.5f}, false}};
+    for (const auto& k : cases) {
+        SCOPED_TRACE(testing::Message() << "code " << k.code << ", specular " << k.phong.z);
+        ChannelSwitch order(zrvolume::ChannelOrderFamily::SlabProjection, k.channelSwitch);
+        zrvolume::SlabProjectionArgs args = thicktest::SlabArgs(*volume, *table, *image, geometry, k.code);
+        args.colourIndex = 0;
+        args.phongCoeffs = k.phong;
+        args.gradientMagnitude = k.code == 1;
+        const zrvolume::CompositingShading shading =
+            zrvolume::MakeCompositingShading(*volume, k.phong, args.gradientMagnitude, geometry.layerStep);
+        const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
+            zrreference::SlabCompositing(grid, geometry, shading, kWidth, kHeight, TableRow(*table), k.channelSwitch,
+                                         out);
+        });
+        ExpectSameOnEveryPath(*image, expected, [&] { ASSERT_TRUE(zrvolume::RenderSlabProjection(args)); });
+    }
+}
+
+// Curved slab maximum, minimum and average along an arc that leaves the
+// volume, on either side, through an affine and a projective record; and with
+// a clip plane, where skipped layers are not counted (the per-pixel path).
+TYPED_TEST(LaneIdentityTest, CurvedSlabReductionsMatchScalarForm) {
+    using T = TypeParam;
+    auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
+    auto table = DistinctTable(1000);
+    auto image = slicetest::MakeImage(kWidth, kHeight);
+    std::vector<glm::vec3> points, ups, tangents;
+    for (int i = 0; i < 23; ++i) {
+        const float t = -1.2f + 2.4f * static_cast<float>(i) / 22.0f;
+        points.emplace_back(18.0f + 21.0f * std::sin(t), 14.0f + 12.0f * std::cos(t), 11.0f + 4.0f * t);
+        tangents.emplace_back(21.0f * std::cos(t), -12.0f * std::sin(t), 4.0f);
+        ups.emplace_back(0.1f * t, 0.2f, 1.0f);
+    }
+    zrvolume::CurvedReformationArgs args =
+        thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
+    args.colourIndex = 0;
+    args.planeHeight = 30.0f;
+    thicktest::WholeCurvedView(args);
+    args.halfThickness = 1.5f;
+    args.thickness = 7.0f;  // 11 layers 0.65 mm apart
+    args.layerStep = 0.65f;
+    const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
+    const zrcommon::Matrix16 affine = args.worldToVoxel;
+    zrcommon::Matrix16 projective = affine;
+    projective.m[12] = 0.004f;
+    projective.m[13] = -0.003f;
+    projective.m[15] = 0.97f;
+    zrcommon::SliceClipState clip;
+    clip.clipPlane = true;
+    clip.planePoint = glm::vec3(18.0f, 14.0f, 11.0f);
+    clip.planeNormal = glm::vec3(0.6f, -0.8f, 0.0f);
+
+    for (int code : {10, 11, 12}) {
+        for (int pass = 0; pass < 4; ++pass) {
+            args.projectionCode = code;
+            args.rightSide = pass == 1;
+            args.worldToVoxel = pass == 2 ? projective : affine;
+            args.clip = pass == 3 ? clip : zrcommon::SliceClipState{};
+            SCOPED_TRACE(testing::Message() << "code " << code << ", pass " << pass);
+            const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(args);
+            ASSERT_EQ(geometry.lastLayer, 10);
+            const Buffers expected = ReferenceInto(kWidth, kHeight, [&](const zrreference::ReferenceTarget& out) {
+                zrreference::CurvedSlab(grid, args, geometry, code, TableRow(*table), 1000.0f, false, out);
+            });
+            ExpectSameOnEveryPath(*image, expected, [&] { ASSERT_TRUE(zrvolume::RenderCurvedReformation(args)); });
+        }
     }
 }
 
