@@ -1,15 +1,13 @@
 // The thin-slice and contour kernels on the fixed workloads: W1 (single-table
 // slice of V1 on P1 through the table, unsigned 16-bit, RGBA, with the value
-// buffer) and W5 (iso-contour lists of V1 on P1 at 1500), plus the other
-// thin-slice families on the same plane: mask-selected tables, label overlay
-// and the float grey slice (window and curve). Items are pixels; the contour is
-// timed only. Argument: thread count (the contour is single-threaded).
+// buffer), W5 (iso-contour lists of V1 on P1 at 1500), and the other
+// thin-slice families on the same plane: W7 (V1 through mask-selected tables,
+// mask V1L), W8 (label overlay of V1L over the W1 image), W9 and W9c (float
+// grey slice of V1F, window and curve). Items are pixels; the contour is timed
+// only. Argument: thread count (the contour is single-threaded).
 //
-// W1 and W5 also time their plain scalar forms (bench/reference_kernels.h) on
-// the same inputs, single-threaded, as the baseline of the speed-up.
-//
-// The mask and label volumes are derived from V1 (bone shell, dense spheres,
-// soft sphere) with V1's layout, as the mask family requires.
+// Each also times its plain scalar form (bench/reference_kernels.h) on the
+// same inputs, single-threaded, as the baseline of the speed-up.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -46,34 +44,17 @@ void SetThreads(benchmark::State& state) {
     state.counters["threads"] = static_cast<double>(state.range(0));
 }
 
-// Labels of V1's structures: 1 bone shell, 2 dense spheres, 3 soft sphere (the
-// texture adds at most 16 to each structure's value).
-std::shared_ptr<zrobjects::ZrVObjectVolume> LabelVolumeV1() {
-    static const std::shared_ptr<zrobjects::ZrVObjectVolume> labels = [] {
-        zrobjects::VolumeData& data = *zrbench::VolumeV1()->GetVolumeData();
-        const glm::ivec3 d = zrbench::kVolumeV1Dims;
-        std::vector<unsigned char> voxels(static_cast<size_t>(d.x) * d.y * d.z);
-        size_t n = 0;
-        for (int k = 0; k < d.z; ++k)
-            for (int j = 0; j < d.y; ++j)
-                for (int i = 0; i < d.x; ++i) {
-                    const int v = zrobjects::VoxelAt<unsigned short>(data, i, j, k);
-                    voxels[n++] = v >= 3500 ? 2 : (v >= 2500 && v < 2517 ? 1 : (v >= 1200 && v < 1217 ? 3 : 0));
-                }
-        return zrobjects::MakeVolume<unsigned char>(std::span<const unsigned char>(voxels), d,
-                                                    zrbench::VolumeV1Geometry());
-    }();
-    return labels;
+// The voxel-space corners of P1 as the slice families compute them.
+template <class Transform>
+void PlaneCorners(const ThinSliceWorkload& w, Transform transform, glm::vec3 corners[4]) {
+    for (int k = 0; k < 4; ++k) corners[k] = transform(w.geometry.planeToVoxel, w.geometry.plane.corners[k]);
 }
 
-std::shared_ptr<zrobjects::ZrVObjectVolume> FloatVolumeV1() {
-    static const std::shared_ptr<zrobjects::ZrVObjectVolume> volume = [] {
-        const std::vector<uint16_t> source = zrbench::LoadVolumeV1Voxels();
-        const std::vector<float> voxels(source.begin(), source.end());
-        return zrobjects::MakeVolume<float>(std::span<const float>(voxels), zrbench::kVolumeV1Dims,
-                                            zrbench::VolumeV1Geometry());
-    }();
-    return volume;
+zrreference::ReferenceTarget TargetOf(zrobjects::ZrIObject& image, bool withValues) {
+    zrobjects::FrameBuffer* colour = image.GetFrameBuffer(1, kColourIndex);
+    zrobjects::FrameBuffer* values = image.GetFrameBuffer(3, kValueIndex);
+    return {static_cast<uint32_t*>(colour->pixels), withValues ? static_cast<uint16_t*>(values->pixels) : nullptr,
+            colour->width};
 }
 
 void W1_OtfSlice(benchmark::State& state) {
@@ -107,36 +88,53 @@ void W1_OtfSlice_ScalarReference(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
 }
 
-void P1_MaskedOtfSlice(benchmark::State& state) {
+void W7_MaskedOtfSlice(benchmark::State& state) {
     SetThreads(state);
     ThinSliceWorkload w;
-    auto mask = LabelVolumeV1();
-    // Row 0 is the workload table; rows 1-3 colour the labelled structures.
-    const std::vector<uint32_t> base = zrbench::BenchTableEntries();
-    std::vector<std::vector<uint32_t>> rows = {base};
-    for (int label = 1; label <= 3; ++label)
-        rows.emplace_back(base.size(), zrobjects::PackEntry(static_cast<uint8_t>(80 * label), 40, 200, 160));
-    auto table = zrobjects::MakeTableObject(rows);
+    auto mask = zrbench::VolumeV1L();
+    auto table = zrbench::MaskTableW7();
     for (auto _ : state) {
         const bool drawn = zrvolume::RenderMaskedOtfSlice(*w.volume, w.geometry.planeToVoxel, *mask, *w.image,
-                                                          w.geometry.plane, {}, kColourIndex, kValueIndex, 3, *table);
+                                                          w.geometry.plane, {}, kColourIndex, kValueIndex, 4, *table);
         benchmark::DoNotOptimize(drawn);
     }
     state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
 }
 
-void P1_LabelOverlay(benchmark::State& state) {
+void W7_MaskedOtfSlice_ScalarReference(benchmark::State& state) {
     SetThreads(state);
     ThinSliceWorkload w;
-    auto labels = LabelVolumeV1();
-    // A full-length table, so that label l reads entry l; background transparent.
-    std::vector<uint32_t> entries(zrobjects::kFullTableLength, 0);
-    for (int label = 1; label <= 3; ++label)
-        entries[label] = zrobjects::PackEntry(static_cast<uint8_t>(80 * label), 200, 40, 255);
-    auto table = zrobjects::MakeTableObject({entries});
-    // The overlay blends into what is there: start from the W1 image.
+    auto table = zrbench::MaskTableW7();
+    const zrobjects::VolumeData& data = *w.volume->GetVolumeData();
+    const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(data);
+    const zrvolume::VoxelGrid<unsigned char> mask{zrbench::VolumeV1L()->GetVolumeData()->slices.data(), data.dims,
+                                                  data.margins, data.RowPitch()};
+    glm::vec3 corners[4];
+    PlaneCorners(w, zrcommon::TransformPoint, corners);
+    const zrvolume::OtfTable rows = zrvolume::ReadOtfTable(*table);
+    const zrreference::ReferenceTarget out = TargetOf(*w.image, true);
+    for (auto _ : state) {
+        zrreference::MaskedOtfSlice(grid, mask, corners, w.geometry.plane.width, w.geometry.plane.height, rows.rows,
+                                    false, {}, out);
+        benchmark::DoNotOptimize(out.colour);
+    }
+    state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
+}
+
+// The overlay blends into what is there: both forms start from the W1 image
+// (the tint is not cumulative here, as W8's labels all look up a transparent
+// or the same entry each call).
+void DrawW1Image(ThinSliceWorkload& w) {
     zrvolume::RenderOtfSlice(*w.volume, w.geometry.planeToVoxel, *w.image, w.geometry.plane, {}, kColourIndex, -1,
                              *w.table);
+}
+
+void W8_LabelOverlay(benchmark::State& state) {
+    SetThreads(state);
+    ThinSliceWorkload w;
+    auto labels = zrbench::VolumeV1L();
+    auto table = zrbench::LabelTableW8();
+    DrawW1Image(w);
     for (auto _ : state) {
         const bool drawn = zrvolume::RenderLabelOverlaySlice(*labels, w.geometry.planeToVoxel, *w.image,
                                                              w.geometry.plane, {}, kColourIndex, *table);
@@ -145,24 +143,67 @@ void P1_LabelOverlay(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
 }
 
+void W8_LabelOverlay_ScalarReference(benchmark::State& state) {
+    SetThreads(state);
+    ThinSliceWorkload w;
+    auto labels = zrbench::VolumeV1L();
+    auto table = zrbench::LabelTableW8();
+    DrawW1Image(w);
+    const auto grid = zrvolume::MakeVoxelGrid<unsigned char>(*labels->GetVolumeData());
+    glm::vec3 corners[4];
+    PlaneCorners(w, zrcommon::TransformPoint, corners);
+    const zrvolume::OtfTable rows = zrvolume::ReadOtfTable(*table);
+    const zrreference::ReferenceTarget out = TargetOf(*w.image, false);
+    for (auto _ : state) {
+        zrreference::LabelOverlay(grid, corners, w.geometry.plane.width, w.geometry.plane.height, rows.rows[0],
+                                  rows.length, {}, out);
+        benchmark::DoNotOptimize(out.colour);
+    }
+    state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
+}
+
+constexpr float kW9Centre = 1000.0f;
+constexpr float kW9Width = 2000.0f;
+
 void RunFloatGrey(benchmark::State& state, const std::vector<glm::dvec2>* curve) {
     SetThreads(state);
     ThinSliceWorkload w;
-    auto volume = FloatVolumeV1();
+    auto volume = zrbench::VolumeV1F();
     for (auto _ : state) {
         const bool drawn = zrvolume::RenderFloatGreySlice(*volume, w.geometry.planeToVoxel, *w.image,
-                                                          w.geometry.plane, nullptr, kColourIndex, curve, 1000.0f,
-                                                          2000.0f);
+                                                          w.geometry.plane, nullptr, kColourIndex, curve, kW9Centre,
+                                                          kW9Width);
         benchmark::DoNotOptimize(drawn);
     }
     state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
 }
 
-void P1_FloatGreyWindow(benchmark::State& state) { RunFloatGrey(state, nullptr); }
+void RunFloatGreyReference(benchmark::State& state, const std::vector<glm::dvec2>* curve) {
+    SetThreads(state);
+    ThinSliceWorkload w;
+    const auto grid = zrvolume::MakeVoxelGrid<float>(*zrbench::VolumeV1F()->GetVolumeData());
+    glm::vec3 corners[4];
+    PlaneCorners(w, zrcommon::TransformPoint, corners);
+    const zrreference::ReferenceTarget out = TargetOf(*w.image, false);
+    for (auto _ : state) {
+        zrreference::FloatGreySlice(grid, corners, w.geometry.plane.width, w.geometry.plane.height, curve, kW9Centre,
+                                    kW9Width, out);
+        benchmark::DoNotOptimize(out.colour);
+    }
+    state.SetItemsProcessed(state.iterations() * PlaneP1Pixels());
+}
 
-void P1_FloatGreyCurve(benchmark::State& state) {
-    const std::vector<glm::dvec2> curve = {{0, 0}, {900, 10}, {1100, 120}, {2400, 160}, {2600, 240}, {3600, 255}};
+void W9_FloatGreyWindow(benchmark::State& state) { RunFloatGrey(state, nullptr); }
+void W9_FloatGreyWindow_ScalarReference(benchmark::State& state) { RunFloatGreyReference(state, nullptr); }
+
+void W9c_FloatGreyCurve(benchmark::State& state) {
+    const std::vector<glm::dvec2> curve = zrbench::GreyCurveW9c();
     RunFloatGrey(state, &curve);
+}
+
+void W9c_FloatGreyCurve_ScalarReference(benchmark::State& state) {
+    const std::vector<glm::dvec2> curve = zrbench::GreyCurveW9c();
+    RunFloatGreyReference(state, &curve);
 }
 
 void W5_IsoContourLists(benchmark::State& state) {
@@ -210,10 +251,14 @@ void P1_IsoContourDraw(benchmark::State& state) {
 
 BENCHMARK(W1_OtfSlice)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W1_OtfSlice_ScalarReference)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(P1_MaskedOtfSlice)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(P1_LabelOverlay)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(P1_FloatGreyWindow)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(P1_FloatGreyCurve)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W7_MaskedOtfSlice)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W7_MaskedOtfSlice_ScalarReference)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W8_LabelOverlay)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W8_LabelOverlay_ScalarReference)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W9_FloatGreyWindow)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W9_FloatGreyWindow_ScalarReference)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W9c_FloatGreyCurve)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W9c_FloatGreyCurve_ScalarReference)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W5_IsoContourLists)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W5_IsoContourLists_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(P1_IsoContourDraw)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -1,10 +1,12 @@
 // The thick-section kernels on the fixed workloads: W2-W4 (slab maximum,
 // minimum and average of V1 on P1, 20 mm in 50 layers 0.4 mm apart, through the
-// table; items = pixels x layers) and W6 (thin curved reformation of V1 along
-// the helix; items = pixels). A shaded-compositing slab on the W2 geometry is
-// measured alongside for comparison. Argument: thread count.
+// table; items = pixels x layers), W6 (thin curved reformation of V1 along the
+// helix; items = pixels), W10 (shaded compositing, projection code 1, on W2's
+// geometry through its own table; items = pixels x layers) and W11 (curved
+// slab maximum along W6's helix, 10 mm in 25 layers; items = pixels x layers).
+// Argument: thread count.
 //
-// W2-W4 and W6 also time their plain scalar forms (bench/reference_kernels.h)
+// Every workload also times its plain scalar form (bench/reference_kernels.h)
 // on the same inputs, single-threaded, as the baseline of the speed-up.
 #include <benchmark/benchmark.h>
 #include <omp.h>
@@ -16,6 +18,7 @@
 #include "bench/reference_kernels.h"
 #include "bench/workloads.h"
 #include "volume/kernels/curved_reformation.h"
+#include "volume/kernels/slab_compositing.h"
 #include "volume/kernels/slab_projection.h"
 #include "volume/kernels/voxel_sampling.h"
 
@@ -31,6 +34,13 @@ struct SlabWorkload {
     zrvolume::SlabProjectionArgs args;
 
     explicit SlabWorkload(int code) {
+        if (code == 0 || code == 1) {
+            // W10: its own table, a gradient scale of 1000 and the shading the
+            // renderer uses for code 1.
+            table = zrbench::ShadedSlabTable();
+            volume->SetObjParam("_float2_GraidentMagMinMax", glm::vec2(0.0f, 1000.0f));
+            args.phongCoeffs = glm::vec4(0.7f, 0.7f, 0.0f, 1.0f);
+        }
         const zrbench::SliceGeometry geometry = zrbench::MakeSliceGeometry(*image, *volume);
         const glm::vec3 view = glm::vec3(zrbench::PlaneP1Rotation()[2]);
         args.volume = volume.get();
@@ -74,9 +84,17 @@ void RunSlabReference(benchmark::State& state, int code) {
     const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(*workload.volume->GetVolumeData());
     const zrvolume::OtfTable table = zrvolume::ReadOtfTable(*workload.table);
     const zrreference::ReferenceTarget out = ReferenceOutput(*workload.image);
+    const zrvolume::CompositingShading shading =
+        zrvolume::MakeCompositingShading(*workload.volume, workload.args.phongCoeffs, workload.args.gradientMagnitude,
+                                         workload.args.geometry.layerStep);
     for (auto _ : state) {
-        zrreference::SlabProjection(grid, workload.args.geometry, code, workload.args.width, workload.args.height,
-                                    table.rows[0], false, {}, out);
+        if (code == 0 || code == 1) {
+            zrreference::SlabCompositing(grid, workload.args.geometry, shading, workload.args.width,
+                                         workload.args.height, table.rows[0], false, out);
+        } else {
+            zrreference::SlabProjection(grid, workload.args.geometry, code, workload.args.width,
+                                        workload.args.height, table.rows[0], false, {}, out);
+        }
         benchmark::DoNotOptimize(out.colour);
     }
     const int64_t pixels = int64_t(zrbench::kPlaneP1Size.x) * zrbench::kPlaneP1Size.y;
@@ -90,7 +108,8 @@ void W3_SlabMinimum_ScalarReference(benchmark::State& state) { RunSlabReference(
 void W4_SlabAverage_ScalarReference(benchmark::State& state) { RunSlabReference(state, 12); }
 void W3_SlabMinimum(benchmark::State& state) { RunSlab(state, 11); }
 void W4_SlabAverage(benchmark::State& state) { RunSlab(state, 12); }
-void W2Geometry_SlabShadedCompositing(benchmark::State& state) { RunSlab(state, 1); }
+void W10_SlabShadedCompositing(benchmark::State& state) { RunSlab(state, 1); }
+void W10_SlabShadedCompositing_ScalarReference(benchmark::State& state) { RunSlabReference(state, 1); }
 
 // W6: 512 samples of p(t) = centre + (40 cos t, 40 sin t, 30 t / pi) mm, t
 // evenly spaced in [-pi, pi], up = world z, tangent = p'(t); 512 x 512 pixels,
@@ -102,7 +121,8 @@ struct HelixWorkload {
     std::vector<glm::vec3> points, ups, tangents;
     zrvolume::CurvedReformationArgs args;
 
-    HelixWorkload() {
+    // Thin (code 0, thickness 0) for W6; W11 passes code 10 and 10 mm.
+    explicit HelixWorkload(int code = 0, float thickness = 0.0f) {
         constexpr int kSamples = 512;
         const glm::dvec3 centre = zrbench::VolumeV1Centre();
         const double pi = std::numbers::pi;
@@ -135,8 +155,8 @@ struct HelixWorkload {
         args.planeCorners[1] = {-left, top, 0.0f};
         args.planeCorners[2] = {left, -top, 0.0f};
         args.planeCorners[3] = {-left, -top, 0.0f};
-        args.projectionCode = 0;
-        args.thickness = 0.0f;
+        args.projectionCode = code;
+        args.thickness = thickness;
         args.layerStep = kSlabPitch;
     }
 };
@@ -166,14 +186,53 @@ void W6_CurvedReformation_ScalarReference(benchmark::State& state) {
     state.counters["threads"] = 1;
 }
 
+constexpr float kCurvedSlabThickness = 10.0f;  // mm: 25 layers 0.4 mm apart
+
+int64_t CurvedSlabItems(const benchmark::State& state, const HelixWorkload& workload) {
+    const int layers = zrvolume::MakeCurvedSectionGeometry(workload.args).lastLayer + 1;
+    return state.iterations() * int64_t(workload.args.width) * workload.args.height * layers;
+}
+
+void W11_CurvedSlabMaximum(benchmark::State& state) {
+    omp_set_num_threads(static_cast<int>(state.range(0)));
+    HelixWorkload workload(10, kCurvedSlabThickness);
+    if (zrvolume::MakeCurvedSectionGeometry(workload.args).lastLayer != 24) {
+        state.SkipWithError("W11 must have 25 layers");
+        return;
+    }
+    for (auto _ : state) {
+        const bool drawn = zrvolume::RenderCurvedReformation(workload.args);
+        benchmark::DoNotOptimize(drawn);
+    }
+    state.SetItemsProcessed(CurvedSlabItems(state, workload));
+    state.counters["threads"] = static_cast<double>(state.range(0));
+}
+
+void W11_CurvedSlabMaximum_ScalarReference(benchmark::State& state) {
+    HelixWorkload workload(10, kCurvedSlabThickness);
+    const auto grid = zrvolume::MakeVoxelGrid<unsigned short>(*workload.volume->GetVolumeData());
+    const zrvolume::OtfTable table = zrvolume::ReadOtfTable(*workload.table);
+    const zrreference::ReferenceTarget out = ReferenceOutput(*workload.image);
+    const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(workload.args);
+    for (auto _ : state) {
+        zrreference::CurvedSlab(grid, workload.args, geometry, 10, table.rows[0], table.length, false, out);
+        benchmark::DoNotOptimize(out.colour);
+    }
+    state.SetItemsProcessed(CurvedSlabItems(state, workload));
+    state.counters["threads"] = 1;
+}
+
 }  // namespace
 
 BENCHMARK(W2_SlabMaximum_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W3_SlabMinimum_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W4_SlabAverage_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W6_CurvedReformation_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W10_SlabShadedCompositing_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W11_CurvedSlabMaximum_ScalarReference)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W2_SlabMaximum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W3_SlabMinimum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W4_SlabAverage)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(W2Geometry_SlabShadedCompositing)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W10_SlabShadedCompositing)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(W6_CurvedReformation)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(W11_CurvedSlabMaximum)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -32,65 +32,53 @@ bool InsideSphere(double x, double y, double z, double cx, double cy, double cz,
     return dx * dx + dy * dy + dz * dz <= r * r;
 }
 
-std::vector<uint16_t> GenerateVolumeV1() {
-    std::vector<uint16_t> voxels(kVolumeV1Count);
+// Every voxel of a V1-sized volume, x fastest.
+template <class T, class Voxel>
+std::vector<T> GenerateV1Grid(Voxel voxel) {
+    std::vector<T> voxels(kVolumeV1Count);
     size_t n = 0;
     for (int k = 0; k < kVolumeV1Dims.z; ++k)
         for (int j = 0; j < kVolumeV1Dims.y; ++j)
-            for (int i = 0; i < kVolumeV1Dims.x; ++i) voxels[n++] = VolumeV1Voxel(i, j, k);
+            for (int i = 0; i < kVolumeV1Dims.x; ++i) voxels[n++] = voxel(i, j, k);
     return voxels;
 }
 
 // Raw little-endian bytes; the machines we run on are little-endian, so the
 // in-memory words are the file's bytes.
-bool ReadCache(const std::string& path, std::vector<uint16_t>& voxels) {
+template <class T>
+bool ReadCache(const std::string& path, std::vector<T>& voxels) {
     std::error_code error;
-    if (std::filesystem::file_size(path, error) != kVolumeV1Count * sizeof(uint16_t) || error) return false;
+    if (std::filesystem::file_size(path, error) != kVolumeV1Count * sizeof(T) || error) return false;
     std::ifstream in(path, std::ios::binary);
     voxels.resize(kVolumeV1Count);
-    in.read(reinterpret_cast<char*>(voxels.data()), static_cast<std::streamsize>(voxels.size() * sizeof(uint16_t)));
+    in.read(reinterpret_cast<char*>(voxels.data()), static_cast<std::streamsize>(voxels.size() * sizeof(T)));
     return static_cast<bool>(in);
 }
 
-void WriteCache(const std::string& path, const std::vector<uint16_t>& voxels) {
+template <class T>
+void WriteCache(const std::string& path, const std::vector<T>& voxels) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     const std::string temporary = path + ".partial";
     {
         std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(voxels.data()),
-                  static_cast<std::streamsize>(voxels.size() * sizeof(uint16_t)));
+        const auto bytes = static_cast<std::streamsize>(voxels.size() * sizeof(T));
+        out.write(reinterpret_cast<const char*>(voxels.data()), bytes);
         if (!out) {
             out.close();
             std::filesystem::remove(temporary);
-            throw std::runtime_error("cannot write the V1 volume cache " + temporary);
+            throw std::runtime_error("cannot write the volume cache " + temporary);
         }
     }
     std::filesystem::rename(temporary, path);
 }
 
-}  // namespace
-
-uint16_t VolumeV1Voxel(int i, int j, int k) {
-    const double x = (i - 255.5) / 256.0;
-    const double y = (j - 255.5) / 256.0;
-    const double z = (k - 199.5) / 200.0;
-    // Later rules overwrite earlier ones.
-    int v = 0;
-    if (InsideEllipsoid(x, y, z, 0.9, 0.8, 0.95)) v = 1000;
-    if (InsideEllipsoid(x, y, z, 0.85, 0.75, 0.9) && !InsideEllipsoid(x, y, z, 0.8, 0.7, 0.85)) v = 2500;
-    if (InsideSphere(x, y, z, 0.3, 0.2, 0.0, 0.06) || InsideSphere(x, y, z, -0.3, 0.2, 0.0, 0.06)) v = 3500;
-    if (InsideSphere(x, y, z, 0.0, -0.3, 0.3, 0.1)) v = 1200;
-    v += (7 * i + 13 * j + 31 * k) % 17;
-    return static_cast<uint16_t>(v);
-}
-
-std::string VolumeV1CachePath() { return std::string(ZR_BENCH_DATA_DIR) + "/v1_u16_512x512x400.raw"; }
-
-std::vector<uint16_t> LoadVolumeV1Voxels() {
-    const std::string path = VolumeV1CachePath();
-    std::vector<uint16_t> voxels;
+// The cached voxels at `path`, or generated (and cached) when the file is
+// missing or has the wrong size.
+template <class T, class Voxel>
+std::vector<T> LoadCachedV1Grid(const std::string& path, Voxel voxel) {
+    std::vector<T> voxels;
     if (ReadCache(path, voxels)) return voxels;
-    voxels = GenerateVolumeV1();
+    voxels = GenerateV1Grid<T>(voxel);
     try {
         WriteCache(path, voxels);
     } catch (const std::exception& e) {
@@ -99,6 +87,36 @@ std::vector<uint16_t> LoadVolumeV1Voxels() {
         std::fprintf(stderr, "warning: %s\n", e.what());
     }
     return voxels;
+}
+
+}  // namespace
+
+int VolumeV1Structure(int i, int j, int k) {
+    const double x = (i - 255.5) / 256.0;
+    const double y = (j - 255.5) / 256.0;
+    const double z = (k - 199.5) / 200.0;
+    // Later rules overwrite earlier ones.
+    int structure = 0;
+    if (InsideEllipsoid(x, y, z, 0.9, 0.8, 0.95)) structure = 1;
+    if (InsideEllipsoid(x, y, z, 0.85, 0.75, 0.9) && !InsideEllipsoid(x, y, z, 0.8, 0.7, 0.85)) structure = 2;
+    if (InsideSphere(x, y, z, 0.3, 0.2, 0.0, 0.06) || InsideSphere(x, y, z, -0.3, 0.2, 0.0, 0.06)) structure = 3;
+    if (InsideSphere(x, y, z, 0.0, -0.3, 0.3, 0.1)) structure = 4;
+    return structure;
+}
+
+uint16_t VolumeV1Voxel(int i, int j, int k) {
+    static constexpr int kValue[5] = {0, 1000, 2500, 3500, 1200};
+    const int v = kValue[VolumeV1Structure(i, j, k)] + (7 * i + 13 * j + 31 * k) % 17;  // texture
+    return static_cast<uint16_t>(v);
+}
+
+std::string VolumeV1CachePath() { return std::string(ZR_BENCH_DATA_DIR) + "/v1_u16_512x512x400.raw"; }
+
+std::vector<uint16_t> LoadVolumeV1Voxels() { return LoadCachedV1Grid<uint16_t>(VolumeV1CachePath(), VolumeV1Voxel); }
+
+std::vector<uint8_t> LoadVolumeV1LabelVoxels() {
+    const auto label = [](int i, int j, int k) { return static_cast<uint8_t>(VolumeV1Structure(i, j, k)); };
+    return LoadCachedV1Grid<uint8_t>(std::string(ZR_BENCH_DATA_DIR) + "/v1l_u8_512x512x400.raw", label);
 }
 
 zrobjects::VolumeGeometry VolumeV1Geometry() {
@@ -116,6 +134,24 @@ std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1() {
         const std::vector<uint16_t> voxels = LoadVolumeV1Voxels();
         return zrobjects::MakeVolume<unsigned short>(std::span<const unsigned short>(voxels), kVolumeV1Dims,
                                                      VolumeV1Geometry());
+    }();
+    return volume;
+}
+
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1L() {
+    static const std::shared_ptr<zrobjects::ZrVObjectVolume> volume = [] {
+        const std::vector<uint8_t> voxels = LoadVolumeV1LabelVoxels();
+        return zrobjects::MakeVolume<unsigned char>(std::span<const unsigned char>(voxels), kVolumeV1Dims,
+                                                    VolumeV1Geometry());
+    }();
+    return volume;
+}
+
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1F() {
+    static const std::shared_ptr<zrobjects::ZrVObjectVolume> volume = [] {
+        const std::vector<uint16_t> source = LoadVolumeV1Voxels();
+        const std::vector<float> voxels(source.begin(), source.end());
+        return zrobjects::MakeVolume<float>(std::span<const float>(voxels), kVolumeV1Dims, VolumeV1Geometry());
     }();
     return volume;
 }
@@ -147,8 +183,10 @@ zrobjects::SectionView PlaneP1View() {
     return view;
 }
 
-std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image() {
-    auto image = zrobjects::MakeSectionImage(PlaneP1View());
+namespace {
+
+std::shared_ptr<zrobjects::ZrIObject> MakeImageWithBuffers(const zrobjects::SectionView& view) {
+    auto image = zrobjects::MakeSectionImage(view);
     const std::string colour =
         "default render out frame buffer Backup : defined in zerpha_inbuilt_renderercpu module";
     for (int index = 0; index < 3; ++index)
@@ -156,6 +194,17 @@ std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image() {
     image->InsertFrameBuffer(zrobjects::MakeDataType<unsigned short>(), 3,
                              "sample render out frame buffer Backup : defined in zerpha_inbuilt_renderercpu module");
     return image;
+}
+
+}  // namespace
+
+std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image() { return MakeImageWithBuffers(PlaneP1View()); }
+
+std::shared_ptr<zrobjects::ZrIObject> MakePlaneW12Image() {
+    zrobjects::SectionView view = PlaneP1View();
+    view.pixelSpacing = glm::dvec2(kPlaneW12PixelSpacing);
+    view.size = kPlaneW12Size;
+    return MakeImageWithBuffers(view);
 }
 
 MeshCutView MeshCutViewOf(zrobjects::ZrIObject& image) {
@@ -204,5 +253,42 @@ std::vector<uint32_t> BenchTableEntries() {
 }
 
 std::shared_ptr<zrobjects::ZrObject> BenchTable() { return zrobjects::MakeTableObject({BenchTableEntries()}); }
+
+std::shared_ptr<zrobjects::ZrObject> MaskTableW7() {
+    const std::vector<uint32_t> base = BenchTableEntries();
+    std::vector<std::vector<uint32_t>> rows = {base};
+    for (int k = 1; k <= 4; ++k) {
+        const uint32_t red = static_cast<uint32_t>(255 * k / 4) << 16;
+        std::vector<uint32_t> row = base;
+        for (uint32_t& entry : row) entry = (entry & 0xff00ffffu) | red;
+        rows.push_back(std::move(row));
+    }
+    return zrobjects::MakeTableObject(rows);
+}
+
+std::shared_ptr<zrobjects::ZrObject> LabelTableW8() {
+    std::vector<uint32_t> entries(256, 0u);
+    for (int k = 1; k < 256; ++k)
+        entries[k] = zrobjects::PackEntry(static_cast<uint8_t>((50 * k) % 256),
+                                          static_cast<uint8_t>(((255 - 40 * k) % 256 + 256) % 256), 128, 255);
+    return zrobjects::MakeTableObject({entries});
+}
+
+std::vector<glm::dvec2> GreyCurveW9c() { return {{0, 0}, {900, 40}, {1100, 160}, {3600, 255}}; }
+
+std::vector<uint32_t> ShadedSlabTableEntries() {
+    std::vector<uint32_t> entries(kBenchTableLength);
+    for (int t = 0; t < kBenchTableLength; ++t) {
+        const auto channel = [t](double full) { return static_cast<uint8_t>(std::min(1.0, t / full) * 255.0); };
+        const double a = t < 1200 ? 0.0 : std::min(0.8, 0.8 * (t - 1200) / 1400.0);
+        entries[t] = zrobjects::PackEntry(channel(3000.0), channel(2600.0), channel(2200.0),
+                                          static_cast<uint8_t>(a * 255.0));
+    }
+    return entries;
+}
+
+std::shared_ptr<zrobjects::ZrObject> ShadedSlabTable() {
+    return zrobjects::MakeTableObject({ShadedSlabTableEntries()});
+}
 
 }  // namespace zrbench

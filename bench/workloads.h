@@ -1,10 +1,11 @@
 // The fixed benchmark workloads every performance figure of the module is taken
-// on: the phantom volume V1, the oblique section plane P1 and the grey table.
+// on: the phantom volume V1 (and its label and float forms V1L, V1F), the
+// oblique section plane P1 and the tables.
 // They are built exactly the same way in every benchmark so that figures from
 // different kernels and different days can be set side by side.
 //
-// V1 is 200 MiB; its voxels are generated once and cached as a raw file in the
-// build tree (ZR_BENCH_DATA_DIR), then read back by later runs.
+// V1 is 200 MiB (V1L 100 MiB); their voxels are generated once and cached as
+// raw files in the build tree (ZR_BENCH_DATA_DIR), then read back by later runs.
 #pragma once
 
 #include <cstdint>
@@ -28,6 +29,10 @@ namespace zrbench {
 
 inline constexpr glm::ivec3 kVolumeV1Dims{512, 512, 400};
 inline constexpr glm::dvec3 kVolumeV1Spacing{0.4, 0.4, 0.5};
+
+// The structure voxel (i, j, k) of V1 lies in: 0 air, 1 soft tissue, 2 bone
+// shell, 3 the two dense spheres, 4 the softer (lesion) sphere.
+int VolumeV1Structure(int i, int j, int k);
 
 // The value of voxel (i, j, k) of V1: air, a soft-tissue ellipsoid with a bone
 // shell, two dense spheres and one softer sphere, plus a small periodic texture.
@@ -53,6 +58,14 @@ glm::dvec3 VolumeV1Centre();
 // (it is only read).
 std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1();
 
+// V1L: V1's structures (VolumeV1Structure) as unsigned 8-bit labels on V1's
+// grid, cached like V1.
+std::vector<uint8_t> LoadVolumeV1LabelVoxels();
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1L();
+
+// V1F: V1's values as 32-bit floats.
+std::shared_ptr<zrobjects::ZrVObjectVolume> VolumeV1F();
+
 // ---- Plane P1: oblique section through V1's centre ----
 
 inline constexpr glm::ivec2 kPlaneP1Size{512, 512};
@@ -68,6 +81,15 @@ zrobjects::SectionView PlaneP1View();
 // An image object with P1's camera and the buffers a sectional render uses:
 // colour buffers (usage 1) 0, 1 and 2 and the 16-bit value buffer (usage 3) 0.
 std::shared_ptr<zrobjects::ZrIObject> MakePlaneP1Image();
+
+// ---- W12: P1 at 1024 x 1024 pixels, 0.225 mm apart (the same square of the plane) ----
+
+inline constexpr glm::ivec2 kPlaneW12Size{1024, 1024};
+inline constexpr double kPlaneW12PixelSpacing = 0.225;
+inline constexpr int kW12LengthFastModeMax = 256;
+
+// As MakePlaneP1Image, on the W12 view.
+std::shared_ptr<zrobjects::ZrIObject> MakePlaneW12Image();
 
 // ---- Mesh cut as the sectional mesh renderer sets it up ----
 
@@ -106,5 +128,24 @@ std::vector<uint32_t> BenchTableEntries();
 // A table object holding BenchTableEntries() as its one row under
 // "_TableMap_OTF" (rows padded as the reference host pads them).
 std::shared_ptr<zrobjects::ZrObject> BenchTable();
+
+// W7's mask-selected table: 5 rows of 4096 entries, row 0 BenchTableEntries(),
+// row k the same with its red channel replaced by trunc(255 k / 4).
+std::shared_ptr<zrobjects::ZrObject> MaskTableW7();
+
+// W8's label table: 256 entries, entry 0 transparent, entry k = (r, g, b, a) =
+// (50 k mod 256, (255 - 40 k) mod 256, 128, 255).
+std::shared_ptr<zrobjects::ZrObject> LabelTableW8();
+
+// W9c's grey curve: (0, 0), (900, 40), (1100, 160), (3600, 255).
+std::vector<glm::dvec2> GreyCurveW9c();
+
+// ---- W10's table: 4096 entries, one row ----
+
+// Entry t = (min(1, t / 3000), min(1, t / 2600), min(1, t / 2200)) in colour,
+// opacity 0 below 1200, rising linearly to 0.8 at 2600 and 0.8 beyond, each
+// channel x 255 truncated.
+std::vector<uint32_t> ShadedSlabTableEntries();
+std::shared_ptr<zrobjects::ZrObject> ShadedSlabTable();
 
 }  // namespace zrbench

@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/os_services.h"
+
 namespace zrobjects {
 
 namespace {
@@ -54,6 +56,7 @@ std::shared_ptr<ZrVObjectVolume> MakeVolumeByRows(glm::ivec3 dims, const VolumeG
     // Every stored element is written below; only the 64 bytes of slack past
     // the last slice need clearing.
     data.storage = std::shared_ptr<std::byte[]>(new std::byte[bytes]);
+    platform::AdviseHugePages(data.storage.get(), bytes);
     std::memset(data.storage.get() + sliceElements * slices * sizeof(T), 0, 64);
     T* base = reinterpret_cast<T*>(data.storage.get());
     data.slices.resize(slices);

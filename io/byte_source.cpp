@@ -69,12 +69,16 @@ uint64_t ByteSource::ReadSome(void* data, uint64_t count) {
 }
 
 void ByteSource::ReadExactly(void* data, uint64_t count, const std::string& what) {
-    const uint64_t start = position_;
+    ReadExactly(data, count, what, position_, count);
+}
+
+void ByteSource::ReadExactly(void* data, uint64_t count, const std::string& what, uint64_t whatStart,
+                             uint64_t whatBytes) {
     const uint64_t got = ReadSome(data, count);
     if (got < count)
-        throw InputError(path_, std::string("is truncated: ") + what + " needs " + Bytes(count) + " from " +
-                                    (compressed_ ? "decompressed " : "") + "offset " + std::to_string(start) +
-                                    ", the file holds " + Bytes(got) + " there");
+        throw InputError(path_, std::string("is truncated: ") + what + " needs " + Bytes(whatBytes) + " from " +
+                                    (compressed_ ? "decompressed " : "") + "offset " + std::to_string(whatStart) +
+                                    ", the file holds " + Bytes(position_ - whatStart) + " there");
 }
 
 void ByteSource::SkipTo(uint64_t offset, const std::string& what) {

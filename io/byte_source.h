@@ -30,6 +30,9 @@ public:
     uint64_t ReadSome(void* data, uint64_t count);
     // Reads exactly `count` bytes or throws, naming `what` ("voxel data").
     void ReadExactly(void* data, uint64_t count, const std::string& what);
+    // The same for a part of `what`, which starts at `whatStart` and holds
+    // `whatBytes`: a stream that ends early is reported for the whole of it.
+    void ReadExactly(void* data, uint64_t count, const std::string& what, uint64_t whatStart, uint64_t whatBytes);
     // Moves forward to `offset` (never back) or throws when the stream ends first.
     void SkipTo(uint64_t offset, const std::string& what);
 

@@ -71,11 +71,12 @@ std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
         }
     }
     const VolumeFile file = [&] {
-        const LoadProgress progress(path);
-        return ReadVolumeFile(path, choice);
+        LoadProgress progress(path);
+        return ReadVolumeFile(path, choice, std::nullopt, &progress);
     }();
     const VolumeFileInfo& info = file.info;
     const VolumeValues& values = file.loaded.values;
+    const glm::dvec2 percentiles = MeasurePercentiles(*file.loaded.volume, values.offset);
     const std::string units = values.units.empty() ? "" : " " + values.units;
     text += "  kind:      volume (" + info.format + ")\n";
     text += "  voxels:    " + info.componentType +
@@ -84,7 +85,7 @@ std::string DescribeFile(const std::string& path, const VolumeChoice& choice) {
         text += Format(", scaled: value = stored x %.6g + %.6g", info.slope, info.intercept, 0.0);
     text += "\n";
     text += Format("  values:    %.6g .. %.6g", values.min, values.max, 0.0) + units +
-            Format(" (1st to 99th percentile %.6g .. %.6g)\n", values.low, values.high, 0.0);
+            Format(" (1st to 99th percentile %.6g .. %.6g)\n", percentiles[0], percentiles[1], 0.0);
     const zrobjects::data_type& stored = file.loaded.volume->GetVolumeData()->voxelType;
     if (values.isFloat)
         text += "  module:    float32 voxels, windowed in the values above\n";

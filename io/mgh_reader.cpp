@@ -119,4 +119,10 @@ VoxelGrid ReadMghGrid(const std::string& path, const VolumeChoice& choice, Volum
     return ReadChosenFrame(file.packed, std::move(file.info), choice, path, info);
 }
 
+LoadedVolume ReadMghVolume(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info,
+                           LoadProgress* progress) {
+    MghFile file = Describe(path);
+    return ReadChosenVolume(file.packed, std::move(file.info), choice, path, info, progress);
+}
+
 }  // namespace zrio

@@ -395,4 +395,10 @@ VoxelGrid ReadNiftiGrid(const std::string& path, const VolumeChoice& choice, Vol
     return ReadChosenFrame(file.packed, std::move(file.info), choice, path, info);
 }
 
+LoadedVolume ReadNiftiVolume(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info,
+                             LoadProgress* progress) {
+    NiftiFile file = Describe(path);
+    return ReadChosenVolume(file.packed, std::move(file.info), choice, path, info, progress);
+}
+
 }  // namespace zrio

@@ -4,6 +4,7 @@
 
 #include "byte_source.h"
 #include "input_error.h"
+#include "packed_volume.h"
 
 namespace zrio {
 
@@ -40,8 +41,13 @@ VolumeFileInfo ChooseFrameInfo(const PackedFrames& packed, VolumeFileInfo info, 
     return info;
 }
 
-VoxelGrid ReadChosenFrame(const PackedFrames& packed, VolumeFileInfo info, const VolumeChoice& choice,
-                          const std::string& path, VolumeFileInfo& out) {
+namespace {
+
+// Where the chosen frame's voxels start in the (decompressed) data file;
+// `grid` takes the frame's shape, placement and scaling, `out` the info a
+// request sees.
+uint64_t ChosenFrameStart(const PackedFrames& packed, VolumeFileInfo info, const VolumeChoice& choice,
+                          const std::string& path, VoxelGrid& grid, VolumeFileInfo& out) {
     const int64_t frame = ChosenFrame(packed, choice, path);
     try {
         CheckVolumeSize(info.dims, StoredTypeBytes(packed.type));
@@ -49,11 +55,6 @@ VoxelGrid ReadChosenFrame(const PackedFrames& packed, VolumeFileInfo info, const
         throw InputError(path, e.what());
     }
     const uint64_t count = static_cast<uint64_t>(info.dims.x) * info.dims.y * info.dims.z;
-    ByteSource data(packed.dataPath);
-    data.SkipTo(packed.dataOffset + static_cast<uint64_t>(frame) * count * StoredTypeBytes(packed.type),
-                "the voxel data");
-    VoxelGrid grid;
-    ReadStoredVoxels(data, packed.type, count, packed.bigEndian, grid);
     grid.dims = info.dims;
     grid.geometry = info.geometry;
     grid.slope = info.slope;
@@ -61,7 +62,29 @@ VoxelGrid ReadChosenFrame(const PackedFrames& packed, VolumeFileInfo info, const
     grid.units = info.units;
     grid.window = info.window;
     out = ChooseFrameInfo(packed, std::move(info), choice, path);
+    return packed.dataOffset + static_cast<uint64_t>(frame) * count * StoredTypeBytes(packed.type);
+}
+
+}  // namespace
+
+VoxelGrid ReadChosenFrame(const PackedFrames& packed, VolumeFileInfo info, const VolumeChoice& choice,
+                          const std::string& path, VolumeFileInfo& out) {
+    VoxelGrid grid;
+    const uint64_t start = ChosenFrameStart(packed, std::move(info), choice, path, grid, out);
+    ByteSource data(packed.dataPath);
+    data.SkipTo(start, "the voxel data");
+    ReadStoredVoxels(data, packed.type, static_cast<uint64_t>(grid.dims.x) * grid.dims.y * grid.dims.z,
+                     packed.bigEndian, grid);
     return grid;
+}
+
+LoadedVolume ReadChosenVolume(const PackedFrames& packed, VolumeFileInfo info, const VolumeChoice& choice,
+                              const std::string& path, VolumeFileInfo& out, LoadProgress* progress) {
+    VoxelGrid shape;
+    const uint64_t start = ChosenFrameStart(packed, std::move(info), choice, path, shape, out);
+    ByteSource data(packed.dataPath);
+    data.SkipTo(start, "the voxel data");
+    return ReadPackedVolume(data, packed.type, packed.bigEndian, std::move(shape), progress);
 }
 
 }  // namespace zrio

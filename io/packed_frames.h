@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "load_progress.h"
 #include "stored_voxels.h"
 #include "volume_files.h"
 
@@ -29,5 +30,10 @@ VolumeFileInfo ChooseFrameInfo(const PackedFrames& packed, VolumeFileInfo info, 
 // placed and scaled as `info` says; `info` ends up in `out`.
 VoxelGrid ReadChosenFrame(const PackedFrames& packed, VolumeFileInfo info, const VolumeChoice& choice,
                           const std::string& path, VolumeFileInfo& out);
+
+// The same frame read straight into the module volume ToModuleVolume makes of
+// its grid (packed_volume.h); `progress` (may be null) hears how far it is.
+LoadedVolume ReadChosenVolume(const PackedFrames& packed, VolumeFileInfo info, const VolumeChoice& choice,
+                              const std::string& path, VolumeFileInfo& out, LoadProgress* progress);
 
 }  // namespace zrio

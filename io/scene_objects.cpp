@@ -183,7 +183,7 @@ std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string&
                 for (int c = 0; c < 5; ++c) v[c] = NumberAt(list[k][c], pat + "[" + std::to_string(c) + "]");
                 for (int c = 1; c < 5; ++c)
                     if (v[c] < 0.0 || v[c] > 1.0) Fail(pat, "colour and opacity must be in 0..1");
-                if (!points.empty() && v[0] < points.back().value) Fail(pat, "control points must be sorted by value");
+                if (!points.empty() && v[0] + offset < points.back().value) Fail(pat, "control points must be sorted by value");
                 points.push_back({v[0] + offset, v[1], v[2], v[3], v[4]});
             }
             return {zrobjects::ControlPointTableEntries(points, CountOf(f))};
@@ -339,15 +339,17 @@ LoadedVolume BuildVolumeObject(const json& source, const std::string& where, con
         }
         return loaded;
     }
-    std::optional<VoxelKind> kind;
-    if (f.Has("voxelType")) {
-        try {
-            kind = ParseVoxelKind(f.String("voxelType"));
-        } catch (const std::invalid_argument& e) {
-            Fail(f.PathOf("voxelType"), e.what());
-        }
-    }
     if (f.Has("file")) {
+        // A file's voxel type is the one the module is handed (its values
+        // converted); a raw file's is how its voxels are stored.
+        std::optional<VoxelKind> kind;
+        if (f.Has("voxelType")) {
+            try {
+                kind = ParseVoxelKind(f.String("voxelType"));
+            } catch (const std::invalid_argument& e) {
+                Fail(f.PathOf("voxelType"), e.what());
+            }
+        }
         VolumeChoice choice;
         if (f.Has("series")) {
             const json& series = f.Raw("series");
@@ -360,8 +362,8 @@ LoadedVolume BuildVolumeObject(const json& source, const std::string& where, con
         }
         if (f.Has("frame")) choice.frame = f.Int("frame", 0, 0, 1 << 30);
         const std::string path = Resolve(base, f.String("file"));
-        const LoadProgress progress(path);
-        return ReadVolumeFile(path, choice, kind).loaded;
+        LoadProgress progress(path);
+        return ReadVolumeFile(path, choice, kind, &progress).loaded;
     }
     for (const char* key : {"series", "frame"})
         if (f.Has(key)) Fail(f.PathOf(key), "only a volume read from a file has series and frames");
@@ -371,16 +373,20 @@ LoadedVolume BuildVolumeObject(const json& source, const std::string& where, con
     if (!d.is_array() || d.size() != 3) Fail(f.PathOf("dims"), "expects an array of 3 integers, got " + Shown(d));
     for (int k = 0; k < 3; ++k)
         header.dims[k] = IntAt(d[k], f.PathOf("dims") + "[" + std::to_string(k) + "]", -2147483647, 2147483647);
-    if (!kind) Fail(where, "a raw volume needs \"voxelType\"");
-    header.kind = *kind;
+    if (!f.Has("voxelType")) Fail(where, "a raw volume needs \"voxelType\"");
+    try {
+        header.type = ParseStoredType(f.String("voxelType"));
+    } catch (const std::invalid_argument& e) {
+        Fail(f.PathOf("voxelType"), e.what());
+    }
     header.headerBytes = static_cast<uint64_t>(f.Int("headerBytes", 0, 0, 2147483647));
     const std::string order = f.String("byteOrder", "little");
     if (order != "little" && order != "big") Fail(f.PathOf("byteOrder"), "expects \"little\" or \"big\", got \"" + order + "\"");
     header.bigEndian = order == "big";
     header.geometry = RawGeometry(f);
     const std::string path = Resolve(base, f.String("raw"));
-    const LoadProgress progress(path);
-    return ReadRawVolume(path, header);
+    LoadProgress progress(path);
+    return ReadRawVolume(path, header, &progress);
 }
 
 std::shared_ptr<zrobjects::ZrVObjectPrimitive> BuildMeshObject(const json& source, const std::string& where,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -19,6 +20,12 @@ std::vector<T> ReadArray(ByteSource& source, uint64_t count, bool bigEndian) {
     if (sizeof(T) > 1 && bigEndian != (std::endian::native == std::endian::big))
         SwapBytes(voxels.data(), count, sizeof(T));
     return voxels;
+}
+
+template <class T>
+std::vector<T> CopyArray(const void* data, uint64_t count) {
+    const T* first = static_cast<const T*>(data);
+    return std::vector<T>(first, first + count);
 }
 
 template <class T>
@@ -70,6 +77,16 @@ const char* StoredTypeName(StoredType type) {
     return "?";
 }
 
+StoredType ParseStoredType(const std::string& text) {
+    for (StoredType type : {StoredType::Int8, StoredType::UInt8, StoredType::Int16, StoredType::UInt16,
+                            StoredType::Int32, StoredType::UInt32, StoredType::Int64, StoredType::UInt64,
+                            StoredType::Float32, StoredType::Float64})
+        if (text == StoredTypeName(type)) return type;
+    if (text == "float") return StoredType::Float32;
+    throw std::invalid_argument("unknown voxel type \"" + text +
+                                "\" (int8, uint8, int16, uint16, int32, uint32, int64, uint64, float32 or float64)");
+}
+
 void ReadStoredVoxels(ByteSource& source, StoredType type, uint64_t count, bool bigEndian, VoxelGrid& grid) {
     switch (type) {
         case StoredType::Int8: grid.voxels = ReadArray<int8_t>(source, count, bigEndian); break;
@@ -82,6 +99,21 @@ void ReadStoredVoxels(ByteSource& source, StoredType type, uint64_t count, bool 
         case StoredType::UInt64: NarrowWideIntegers(ReadArray<uint64_t>(source, count, bigEndian), grid); break;
         case StoredType::Float32: grid.voxels = ReadArray<float>(source, count, bigEndian); break;
         case StoredType::Float64: grid.voxels = ReadArray<double>(source, count, bigEndian); break;
+    }
+}
+
+void CopyStoredVoxels(const void* data, StoredType type, uint64_t count, VoxelGrid& grid) {
+    switch (type) {
+        case StoredType::Int8: grid.voxels = CopyArray<int8_t>(data, count); break;
+        case StoredType::UInt8: grid.voxels = CopyArray<uint8_t>(data, count); break;
+        case StoredType::Int16: grid.voxels = CopyArray<int16_t>(data, count); break;
+        case StoredType::UInt16: grid.voxels = CopyArray<uint16_t>(data, count); break;
+        case StoredType::Int32: grid.voxels = CopyArray<int32_t>(data, count); break;
+        case StoredType::UInt32: grid.voxels = CopyArray<uint32_t>(data, count); break;
+        case StoredType::Int64: NarrowWideIntegers(CopyArray<int64_t>(data, count), grid); break;
+        case StoredType::UInt64: NarrowWideIntegers(CopyArray<uint64_t>(data, count), grid); break;
+        case StoredType::Float32: grid.voxels = CopyArray<float>(data, count); break;
+        case StoredType::Float64: grid.voxels = CopyArray<double>(data, count); break;
     }
 }
 

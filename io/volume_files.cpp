@@ -11,6 +11,7 @@
 #include "byte_source.h"
 #include "input_error.h"
 #include "mesh_files.h"
+#include "packed_volume.h"
 #include "stored_voxels.h"
 #include "volume_readers.h"
 
@@ -51,9 +52,9 @@ void CheckVolumeSize(const glm::ivec3& dims, size_t voxelBytes) {
         throw std::invalid_argument("volume of " + text + " voxels is too large for this machine's memory");
 }
 
-LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header) {
+LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header, LoadProgress* progress) {
     try {
-        CheckVolumeSize(header.dims, VoxelKindBytes(header.kind));
+        CheckVolumeSize(header.dims, StoredTypeBytes(header.type));
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
     }
@@ -62,7 +63,7 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
     const uint64_t fileBytes = std::filesystem::file_size(path, ec);
     if (ec) throw InputError(path, "cannot read the file size: " + ec.message());
     const uint64_t voxelBytes = static_cast<uint64_t>(header.dims.x) * header.dims.y * header.dims.z *
-                                VoxelKindBytes(header.kind);
+                                StoredTypeBytes(header.type);
     if (fileBytes < header.headerBytes + voxelBytes)
         throw InputError(path, "raw file holds " + std::to_string(fileBytes) + " bytes, its header needs " +
                                    std::to_string(header.headerBytes + voxelBytes) + " (" +
@@ -70,17 +71,15 @@ LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& heade
                                    " voxel bytes)");
     ByteSource source(path, ByteSource::Compression::None);
     source.SkipTo(header.headerBytes, "the voxel data");
-    VoxelGrid grid;
-    grid.dims = header.dims;
-    grid.geometry = header.geometry;
-    const StoredType types[] = {StoredType::Int8, StoredType::UInt8, StoredType::Int16, StoredType::UInt16,
-                                StoredType::Float32};
-    ReadStoredVoxels(source, types[static_cast<int>(header.kind)], voxelBytes / VoxelKindBytes(header.kind),
-                     header.bigEndian, grid);
+    VoxelGrid shape;
+    shape.dims = header.dims;
+    shape.geometry = header.geometry;
     try {
-        return ToModuleVolume(std::move(grid));
+        return ReadPackedVolume(source, header.type, header.bigEndian, std::move(shape), progress);
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());
+    } catch (const std::bad_alloc&) {
+        throw InputError(path, "not enough memory to read the volume");
     }
 }
 
@@ -115,11 +114,19 @@ VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, Vol
     }
 }
 
-VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice, std::optional<VoxelKind> as) {
+VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice, std::optional<VoxelKind> as,
+                          LoadProgress* progress) {
     VolumeFile file;
-    VoxelGrid grid = ReadVoxelGrid(path, choice, file.info);
+    CheckIsVolumeInput(path);
+    // Without a forced type, packed files go straight into the module volume.
+    const bool packed = !as && !IsDicomInput(path);
     try {
-        file.loaded = ToModuleVolume(std::move(grid), as);
+        if (packed && IsNiftiFile(path))
+            file.loaded = ReadNiftiVolume(path, choice, file.info, progress);
+        else if (packed && IsMghFile(path))
+            file.loaded = ReadMghVolume(path, choice, file.info, progress);
+        else
+            file.loaded = ToModuleVolume(ReadVoxelGrid(path, choice, file.info), as);
         file.loaded.warnings.insert(file.loaded.warnings.begin(), file.info.warnings.begin(), file.info.warnings.end());
     } catch (const std::invalid_argument& e) {
         throw InputError(path, e.what());

@@ -12,6 +12,8 @@
 
 #include <glm/glm.hpp>
 
+#include "load_progress.h"
+#include "stored_voxels.h"
 #include "voxel_grid.h"
 
 namespace zrio {
@@ -55,22 +57,24 @@ struct VolumeFileInfo {
 VolumeFileInfo ReadVolumeFileInfo(const std::string& path, const VolumeChoice& choice = {});
 
 // Reads a volume file (or a DICOM series directory) and makes its module
-// volume by ToModuleVolume; `as` forces a voxel type.
+// volume by ToModuleVolume; `as` forces a voxel type. NIfTI and MGH volumes
+// (unless `as` is given) are read straight into the module volume, and
+// `progress` (may be null) hears how far that has come.
 struct VolumeFile {
     LoadedVolume loaded;
     VolumeFileInfo info;
 };
 VolumeFile ReadVolumeFile(const std::string& path, const VolumeChoice& choice = {},
-                          std::optional<VoxelKind> as = std::nullopt);
+                          std::optional<VoxelKind> as = std::nullopt, LoadProgress* progress = nullptr);
 
 // The stored grid of a file without making a module volume.
 VoxelGrid ReadVoxelGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info);
 
 // A raw file: `headerBytes` skipped, then dims.x * dims.y * dims.z voxels of
-// `kind`, x fastest, in the given byte order.
+// `type`, x fastest, in the given byte order.
 struct RawVolumeHeader {
     glm::ivec3 dims{0};
-    VoxelKind kind = VoxelKind::UInt16;
+    StoredType type = StoredType::UInt16;
     bool bigEndian = false;
     uint64_t headerBytes = 0;
     zrobjects::VolumeGeometry geometry;
@@ -78,7 +82,7 @@ struct RawVolumeHeader {
 
 // Raw voxels are taken as real values (no offset is known): signed kinds are
 // offset into the unsigned range like any file's.
-LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header);
+LoadedVolume ReadRawVolume(const std::string& path, const RawVolumeHeader& header, LoadProgress* progress = nullptr);
 
 // Refuses a voxel grid that is absurd or would not fit into this machine's
 // memory. Throws std::invalid_argument.

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "load_progress.h"
 #include "volume_files.h"
 
 namespace zrio {
@@ -14,11 +15,16 @@ namespace zrio {
 bool IsNiftiFile(const std::string& path);
 VolumeFileInfo ReadNiftiInfo(const std::string& path, const VolumeChoice& choice);
 VoxelGrid ReadNiftiGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info);
+// The chosen volume read straight into a module volume (packed_volume.h).
+LoadedVolume ReadNiftiVolume(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info,
+                             LoadProgress* progress);
 
 // FreeSurfer MGH (.mgh, .mgz).
 bool IsMghFile(const std::string& path);
 VolumeFileInfo ReadMghInfo(const std::string& path, const VolumeChoice& choice);
 VoxelGrid ReadMghGrid(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info);
+LoadedVolume ReadMghVolume(const std::string& path, const VolumeChoice& choice, VolumeFileInfo& info,
+                           LoadProgress* progress);
 
 // DICOM: a folder holding one or more series, or a single (multi-frame) file.
 bool IsDicomInput(const std::string& path);

@@ -6,66 +6,91 @@
 #include <limits>
 #include <span>
 #include <stdexcept>
+#include <type_traits>
 
 namespace zrio {
 
 namespace {
 
-// The first and last real values and the 1st and 99th percentiles of the
-// stored words of a 16-bit (or 8-bit) volume, from its histogram.
+// Calls `visit(row)` with every row of the grid of `data` (dims.x values of T).
+template <class T, class Visit>
+void ForEachRow(const zrobjects::VolumeData& data, Visit visit) {
+    for (int z = 0; z < data.dims.z; ++z)
+        for (int y = 0; y < data.dims.y; ++y)
+            visit(static_cast<const T*>(data.slices[z + data.margins.z]) +
+                  static_cast<size_t>(y + data.margins.y) * data.RowPitch() + data.margins.x);
+}
+
+// The range of the real values (word - offset) of an 8- or 16-bit volume.
 template <class T>
 void MeasureIntegers(const zrobjects::VolumeData& data, int offset, VolumeValues& values) {
-    std::vector<uint64_t> histogram(size_t{1} << (8 * sizeof(T)), 0);
-    for (int z = 0; z < data.dims.z; ++z)
-        for (int y = 0; y < data.dims.y; ++y) {
-            const T* row = static_cast<const T*>(data.slices[z + data.margins.z]) +
-                           static_cast<size_t>(y + data.margins.y) * data.RowPitch() + data.margins.x;
-            for (int x = 0; x < data.dims.x; ++x) ++histogram[static_cast<size_t>(row[x])];
+    T lo = std::numeric_limits<T>::max(), hi = std::numeric_limits<T>::lowest();
+    ForEachRow<T>(data, [&](const T* row) {
+        for (int x = 0; x < data.dims.x; ++x) {
+            lo = std::min(lo, row[x]);
+            hi = std::max(hi, row[x]);
         }
+    });
+    values.min = static_cast<double>(lo) - offset;
+    values.max = static_cast<double>(hi) - offset;
+}
+
+// The 1st and 99th percentiles of the real values (word - offset) of an 8- or
+// 16-bit volume, from its histogram, in the order of T.
+template <class T>
+glm::dvec2 IntegerPercentiles(const zrobjects::VolumeData& data, int offset) {
+    using Unsigned = std::make_unsigned_t<T>;
+    // Signed words are counted at word + 2^(bits - 1), which keeps their order.
+    constexpr unsigned bias = std::is_signed_v<T> ? 1u << (8 * sizeof(T) - 1) : 0u;
+    std::vector<uint64_t> histogram(size_t{1} << (8 * sizeof(T)), 0);
+    ForEachRow<T>(data, [&](const T* row) {
+        for (int x = 0; x < data.dims.x; ++x) ++histogram[static_cast<Unsigned>(row[x]) ^ bias];
+    });
     const uint64_t total = static_cast<uint64_t>(data.dims.x) * data.dims.y * data.dims.z;
     const uint64_t lowRank = total / 100, highRank = total - 1 - total / 100;
     uint64_t seen = 0;
-    bool first = true, low = false, high = false;
+    glm::dvec2 percentiles(0.0);
+    bool low = false;
     for (size_t word = 0; word < histogram.size(); ++word) {
-        if (!histogram[word]) continue;
-        const double real = static_cast<double>(word) - offset;
-        if (first) values.min = real, first = false;
-        values.max = real;
         seen += histogram[word];
-        if (!low && seen > lowRank) values.low = real, low = true;
-        if (!high && seen > highRank) values.high = real, high = true;
+        const double real = static_cast<double>(word) - bias - offset;
+        if (!low && seen > lowRank) percentiles[0] = real, low = true;
+        if (seen > highRank) {
+            percentiles[1] = real;
+            break;
+        }
     }
+    return percentiles;
 }
 
 void MeasureFloats(const zrobjects::VolumeData& data, VolumeValues& values) {
-    // Up to a million evenly strided samples give the percentiles; the range
-    // comes from every voxel.
+    float lo = std::numeric_limits<float>::infinity(), hi = -lo;
+    ForEachRow<float>(data, [&](const float* row) {
+        for (int x = 0; x < data.dims.x; ++x)
+            if (std::isfinite(row[x])) lo = std::min(lo, row[x]), hi = std::max(hi, row[x]);
+    });
+    if (lo > hi) return;  // nothing finite
+    values.min = lo;
+    values.max = hi;
+}
+
+// Up to a million evenly strided finite samples give the percentiles.
+glm::dvec2 FloatPercentiles(const zrobjects::VolumeData& data) {
     const uint64_t total = static_cast<uint64_t>(data.dims.x) * data.dims.y * data.dims.z;
     const uint64_t stride = std::max<uint64_t>(1, total / 1000000);
     std::vector<float> sample;
     sample.reserve(static_cast<size_t>(total / stride + 1));
-    float lo = std::numeric_limits<float>::infinity(), hi = -lo;
     uint64_t index = 0;
-    for (int z = 0; z < data.dims.z; ++z)
-        for (int y = 0; y < data.dims.y; ++y) {
-            const float* row = static_cast<const float*>(data.slices[z + data.margins.z]) +
-                               static_cast<size_t>(y + data.margins.y) * data.RowPitch() + data.margins.x;
-            for (int x = 0; x < data.dims.x; ++x, ++index) {
-                const float v = row[x];
-                if (!std::isfinite(v)) continue;
-                lo = std::min(lo, v);
-                hi = std::max(hi, v);
-                if (index % stride == 0) sample.push_back(v);
-            }
-        }
-    if (sample.empty()) return;
-    values.min = lo;
-    values.max = hi;
+    ForEachRow<float>(data, [&](const float* row) {
+        for (int x = 0; x < data.dims.x; ++x, ++index)
+            if (std::isfinite(row[x]) && index % stride == 0) sample.push_back(row[x]);
+    });
+    if (sample.empty()) return glm::dvec2(0.0);
     const size_t lowRank = sample.size() / 100, highRank = sample.size() - 1 - sample.size() / 100;
     std::nth_element(sample.begin(), sample.begin() + lowRank, sample.end());
-    values.low = sample[lowRank];
+    const double low = sample[lowRank];
     std::nth_element(sample.begin(), sample.begin() + highRank, sample.end());
-    values.high = sample[highRank];
+    return {low, sample[highRank]};
 }
 
 template <class T>
@@ -143,17 +168,21 @@ VolumeValues MeasureValues(const zrobjects::ZrVObjectVolume& volume, int offset)
         MeasureIntegers<uint8_t>(data, offset, values);
     } else if (data.voxelType == zrobjects::MakeDataType<short>()) {
         // Forced signed types: the stored word is the value itself.
-        MeasureIntegers<uint16_t>(data, 0, values);
-        for (double* v : {&values.min, &values.max, &values.low, &values.high})
-            *v = static_cast<int16_t>(static_cast<uint16_t>(*v));
-        if (values.min > values.max) std::swap(values.min, values.max);
+        MeasureIntegers<int16_t>(data, 0, values);
     } else if (data.voxelType == zrobjects::MakeDataType<char>()) {
-        MeasureIntegers<uint8_t>(data, 0, values);
-        for (double* v : {&values.min, &values.max, &values.low, &values.high})
-            *v = static_cast<int8_t>(static_cast<uint8_t>(*v));
-        if (values.min > values.max) std::swap(values.min, values.max);
+        MeasureIntegers<int8_t>(data, 0, values);
     }
     return values;
+}
+
+glm::dvec2 MeasurePercentiles(const zrobjects::ZrVObjectVolume& volume, int offset) {
+    const zrobjects::VolumeData& data = *volume.GetVolumeData();
+    if (data.voxelType == zrobjects::MakeDataType<float>()) return FloatPercentiles(data);
+    if (data.voxelType == zrobjects::MakeDataType<unsigned short>()) return IntegerPercentiles<uint16_t>(data, offset);
+    if (data.voxelType == zrobjects::MakeDataType<unsigned char>()) return IntegerPercentiles<uint8_t>(data, offset);
+    if (data.voxelType == zrobjects::MakeDataType<short>()) return IntegerPercentiles<int16_t>(data, 0);
+    if (data.voxelType == zrobjects::MakeDataType<char>()) return IntegerPercentiles<int8_t>(data, 0);
+    return glm::dvec2(0.0);
 }
 
 std::shared_ptr<zrobjects::ZrVObjectVolume> AsLabelVolume(const LoadedVolume& loaded) {

@@ -54,9 +54,8 @@ struct VolumeValues {
     int offset = 0;
     bool isFloat = false;
     std::string units;
-    // Real values: range, and the 1st and 99th percentiles (what a window
-    // should cover).
-    double min = 0.0, max = 0.0, low = 0.0, high = 0.0;
+    // The range of the real values.
+    double min = 0.0, max = 0.0;
 };
 
 // A volume ready for the scene, with what a user needs to know about it.
@@ -82,8 +81,13 @@ LoadedVolume ToModuleVolume(VoxelGrid grid, std::optional<VoxelKind> as = std::n
 // whole numbers in 0..255.
 std::shared_ptr<zrobjects::ZrVObjectVolume> AsLabelVolume(const LoadedVolume& loaded);
 
-// Range and percentiles of the real values of a module volume whose stored
-// words are real + offset (offset ignored for float volumes).
+// The range of the real values of a module volume whose stored words are
+// real + offset (offset ignored for float volumes), from one pass over them.
 VolumeValues MeasureValues(const zrobjects::ZrVObjectVolume& volume, int offset);
+
+// The 1st and 99th percentiles of the same real values (what a window should
+// cover): a histogram of every word, or a million samples of a float volume.
+// Only shown to users, so measured only when asked for.
+glm::dvec2 MeasurePercentiles(const zrobjects::ZrVObjectVolume& volume, int offset);
 
 }  // namespace zrio

@@ -20,9 +20,20 @@ namespace {
 // below this the whole triangle list is run instead.
 constexpr size_t kMinLeavesForHierarchy = 5;
 
+// Levels below the root at which the hierarchy walk is shared out: up to 64
+// subtrees, of which a plane crosses enough to keep every thread busy.
+constexpr int kSubtreeDepth = 6;
+
 // Room made in the container of per-thread lists when segments are collected.
 // The lists themselves grow on demand.
 constexpr size_t kThreadListSlots = 15000;
+
+// One thread's segment list, alone on its cache lines: the list's end changes
+// with every segment, and lists sharing a line would make the threads take it
+// from each other each time.
+struct alignas(64) ThreadList {
+    std::vector<float> value;
+};
 
 inline float Dot(const glm::vec3& a, const glm::vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
@@ -38,7 +49,7 @@ struct CutSetup {
     float negD;
     Matrix16 objectToScreen;
     const SegmentTarget* target;
-    std::vector<float>* threadLists;  // null when drawing
+    ThreadList* threadLists;  // null when drawing
 };
 
 inline glm::vec3 Vertex(const CutSetup& s, uint32_t index) {
@@ -70,7 +81,7 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
     if (s.threadLists) {
         const float dx = end.x - start.x, dy = end.y - start.y;
         if (!(dx * dx + dy * dy > 0.0f)) return;
-        std::vector<float>& list = s.threadLists[omp_get_thread_num()];
+        std::vector<float>& list = s.threadLists[omp_get_thread_num()].value;
         list.insert(list.end(), {start.x, start.y, end.x, end.y});
         return;
     }
@@ -80,10 +91,16 @@ void TreatTriangle(const CutSetup& s, int32_t triangle) {
                 target.colour, target.clip);
 }
 
+// The dynamic schedule of the whole triangle list hands out runs of
+// triangles, not single ones: most are rejected at once, and taking them one
+// at a time from the shared counter cost more than treating them. Only the
+// order of segments within a thread's list depends on the schedule.
+constexpr int kTriangleRun = 4096;
+
 void RunAllTriangles(const CutSetup& s, bool dynamicSchedule) {
     const int32_t count = s.triangleCount;
     if (dynamicSchedule) {
-#pragma omp parallel for schedule(dynamic, 1)
+#pragma omp parallel for schedule(dynamic, kTriangleRun)
         for (int32_t t = 0; t < count; ++t) TreatTriangle(s, t);
     } else {
 #pragma omp parallel for schedule(static)
@@ -91,15 +108,31 @@ void RunAllTriangles(const CutSetup& s, bool dynamicSchedule) {
     }
 }
 
-void RunLeaves(const CutSetup& s, const std::vector<const zrbvh::BvhLeafNode*>& leaves,
-               const zrbvh::Array& triangleIndices) {
-    const int64_t count = static_cast<int64_t>(leaves.size());
-#pragma omp parallel for schedule(dynamic, 1)
-    for (int64_t n = 0; n < count; ++n) {
-        const zrbvh::BvhLeafNode& leaf = *leaves[n];
-        // Checked reads: a leaf range outside the index array is a fatal failure.
-        for (int32_t j = leaf.lo; j < leaf.hi; ++j) TreatTriangle(s, triangleIndices[j]);
+// Walks the subtrees a few levels down on all threads and cuts the triangles
+// of each crossed leaf as soon as it is found; returns how many leaves were
+// crossed. Drawing a segment twice leaves the same pixels, so when the
+// hierarchy turns out not to pay (too few leaves) the caller can still run
+// every triangle after it, once the lists made here are emptied.
+int64_t CutCrossedLeaves(const CutSetup& s, const zrbvh::BvhTree& tree) {
+    std::vector<const zrbvh::BvhNode*> subtrees;
+    zrbvh::CollectCrossedSubtrees(tree, s.normal, -s.negD, kSubtreeDepth, subtrees);
+    const int64_t count = static_cast<int64_t>(subtrees.size());
+    int64_t crossed = 0;
+#pragma omp parallel if (count > 1) reduction(+ : crossed)
+    {
+        std::vector<const zrbvh::BvhLeafNode*> leaves;
+#pragma omp for schedule(dynamic, 1)
+        for (int64_t n = 0; n < count; ++n) {
+            leaves.clear();
+            int64_t triangles = 0;
+            zrbvh::CollectCrossedLeaves(*subtrees[n], s.normal, -s.negD, leaves, triangles);
+            crossed += static_cast<int64_t>(leaves.size());
+            for (const zrbvh::BvhLeafNode* leaf : leaves)
+                // Checked reads: a leaf range outside the index array is a fatal failure.
+                for (int32_t j = leaf->lo; j < leaf->hi; ++j) TreatTriangle(s, tree.triangleIndices[j]);
+        }
     }
+    return crossed;
 }
 
 }  // namespace
@@ -163,7 +196,7 @@ void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
 
     // One list per processor, selected by thread number; never fewer than the
     // team can have threads.
-    std::vector<std::vector<float>> threadLists;
+    std::vector<ThreadList> threadLists;
     if (target.crossLines) {
         threadLists.reserve(kThreadListSlots);  // deliberate: room in the container, not in the lists
         threadLists.resize(static_cast<size_t>(std::max(omp_get_num_procs(), omp_get_max_threads())));
@@ -179,31 +212,19 @@ void CutMeshWithPlane(const glm::vec3& planePoint, const glm::vec3& planeNormal,
         if (!zrbvh::PlaneHitsBox(bounds, planeNormal, d)) return;
         RunAllTriangles(setup, false);
     } else {
-        std::vector<const zrbvh::BvhLeafNode*> leaves;
-        int64_t leafTriangles = 0;
-        zrbvh::Array triangleIndices;
-        // The copy of the triangle-index array (a few megabytes for a large
-        // mesh) does not depend on the leaves: with two or more threads one
-        // thread makes it while another walks the hierarchy.
-#pragma omp parallel sections if (omp_get_max_threads() > 1)
-        {
-#pragma omp section
-            zrbvh::CollectTreeLeaves(*tree, planeNormal, d, leaves, leafTriangles);
-#pragma omp section
-            triangleIndices = tree->triangleIndices;
-        }
-        if (leaves.size() < kMinLeavesForHierarchy) {
+        // The tree's own triangle-index array is read, with the same checks;
+        // a copy of it would change nothing but the time.
+        if (CutCrossedLeaves(setup, *tree) < static_cast<int64_t>(kMinLeavesForHierarchy)) {
             // Deliberately all triangles, even when the plane misses every
-            // leaf: the leaves found are not used.
+            // leaf: the segments of the leaves found are not used.
+            for (ThreadList& list : threadLists) list.value.clear();
             RunAllTriangles(setup, true);
-        } else {
-            RunLeaves(setup, leaves, triangleIndices);
         }
     }
 
     if (target.crossLines)
-        for (const std::vector<float>& list : threadLists)
-            target.crossLines->insert(target.crossLines->end(), list.begin(), list.end());
+        for (const ThreadList& list : threadLists)
+            target.crossLines->insert(target.crossLines->end(), list.value.begin(), list.value.end());
 }
 
 }  // namespace zrmesh

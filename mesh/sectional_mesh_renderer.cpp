@@ -9,6 +9,7 @@
 
 #include "common/frame_buffer_descriptors.h"
 #include "common/matrix_record.h"
+#include "common/parallel_bytes.h"
 #include "common/param_reads.h"
 #include "host/zr_camera.h"
 #include "host/zr_image.h"
@@ -69,6 +70,26 @@ WorldClip ReadWorldClip(zrobjects::ZrObject& object) {
     return clip;
 }
 
+// Depth 0 where the target's alpha byte is not zero; elsewhere the nothing-hit
+// fill when `fill` is set (a chain starts here), the depth as it was otherwise.
+void MarkDepth(const uint32_t* target, float* depth, size_t pixelCount, bool fill) {
+    float nothingHit;
+    std::memset(&nothingHit, kNothingHitByte, sizeof nothingHit);
+    constexpr int64_t kChunk = 16384;
+    const int64_t chunks = (static_cast<int64_t>(pixelCount) + kChunk - 1) / kChunk;
+#pragma omp parallel for schedule(dynamic, 1) if (pixelCount * sizeof(float) >= zrcommon::kParallelBytes)
+    for (int64_t c = 0; c < chunks; ++c) {
+        const size_t begin = static_cast<size_t>(c * kChunk);
+        const size_t end = std::min(pixelCount, begin + kChunk);
+        if (fill) {
+            for (size_t i = begin; i < end; ++i) depth[i] = (target[i] >> 24) != 0 ? 0.0f : nothingHit;
+        } else {
+            for (size_t i = begin; i < end; ++i)
+                if ((target[i] >> 24) != 0) depth[i] = 0.0f;
+        }
+    }
+}
+
 }  // namespace
 
 bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
@@ -120,17 +141,23 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
     }
     image.SetObjParam("_bool_SkipSrOnPlaneRenderer", false);
 
+    // Starting a chain, the depth buffer is filled with the nothing-hit bytes
+    // and the target cleared. Nothing before the depth marking at the end
+    // reads or writes the depth buffer, so the fill is made there, in the same
+    // pass (the depth of every pixel written once).
     uint32_t* target = Pixels(renderOut);
     if (!directDrawing) {
         target = Pixels(backup);
-        std::memset(depth->pixels, kNothingHitByte, pixelCount * sizeof(float));
-        std::memset(target, 0, pixelCount * 4);
+        zrcommon::ParallelWriteBytes({{target, nullptr, pixelCount * 4}});
     }
 
     const int64_t ticksPerSecond = platform::TimerFrequency();
     const int64_t startTicks = platform::TimerTicks();
     zrobjects::ZrCObject* camera = image.GetCameraObject();
-    if (!camera) return false;
+    if (!camera) {
+        if (!directDrawing) zrcommon::ParallelWriteBytes({{depth->pixels, nullptr, pixelCount * 4, kNothingHitByte}});
+        return false;
+    }
 
     CurvedSurface surface;
     if (nonlinear) {
@@ -173,6 +200,9 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
     std::vector<int32_t> objectCounts;
     std::vector<int32_t> objectIds;
     std::vector<float>* lineList = getCrossLines ? &crossLines : nullptr;
+    // Whether anything may have been drawn into the target: plane cuts that
+    // collect cross lines draw nothing.
+    bool drewPixels = false;
 
     for (const zrobjects::SceneEntry& entry : request.scene) {
         zrobjects::ZrVObject* object = entry.object;
@@ -209,12 +239,15 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
                 segmentTarget.clip = clip;
                 segmentTarget.crossLines = lineList;
                 CutMeshWithPlane(p, planeNormal, data, tree, ToMatrixRecord(objectToScreen), segmentTarget);
+                drewPixels = drewPixels || !getCrossLines;
             } else if (data.topology == zrenums::EzrPrimitiveTopology_Points) {
+                drewPixels = true;
                 DrawPointSet(data, sphereRadius, zoominRadius, objectToScreen, target, width, height, colour,
                              screenToWorld);
             }
         } else {
             if (getCrossLines) crossLines.reserve(kCrossLineReserve);
+            drewPixels = true;
             CutMeshWithCurvedSurface(data, tree, worldClip, entry.objectToWorld, surface, target, width, height,
                                      colour, lineThickness, entry.worldToObject, lineList);
         }
@@ -252,11 +285,12 @@ bool RenderSectionalMesh(zrobjects::ModuleRequest& request) {
     }
 
     // Every drawn pixel (alpha byte non-zero) lies on the section: depth 0.
-    float* depthValues = static_cast<float*>(depth->pixels);
-    for (size_t i = 0; i < pixelCount; ++i)
-        if ((target[i] >> 24) != 0) depthValues[i] = 0.0f;
+    if (!directDrawing && !drewPixels && !antialiasing)
+        zrcommon::ParallelWriteBytes({{depth->pixels, nullptr, pixelCount * 4, kNothingHitByte}});  // target all clear
+    else
+        MarkDepth(target, static_cast<float*>(depth->pixels), pixelCount, !directDrawing);
 
-    if (isFinal && !directDrawing) std::memcpy(renderOut->pixels, target, pixelCount * 4);
+    if (isFinal && !directDrawing) zrcommon::ParallelWriteBytes({{renderOut->pixels, target, pixelCount * 4}});
 
     const double elapsedSeconds =
         static_cast<double>(platform::TimerTicks() - startTicks) / static_cast<double>(ticksPerSecond);

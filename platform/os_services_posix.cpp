@@ -2,6 +2,7 @@
 #include "os_services.h"
 
 #include <malloc.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -29,6 +30,17 @@ void CriticalSection::Enter() { reinterpret_cast<std::recursive_mutex*>(storage_
 void CriticalSection::Leave() { reinterpret_cast<std::recursive_mutex*>(storage_)->unlock(); }
 
 size_t UsableBlockSize(void* block) { return block ? malloc_usable_size(block) : 0; }
+
+void AdviseHugePages(void* block, size_t bytes) {
+#ifdef MADV_HUGEPAGE
+    constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
+    const uintptr_t start = (reinterpret_cast<uintptr_t>(block) + kHugePage - 1) & ~(kHugePage - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + bytes) & ~(kHugePage - 1);
+    if (end > start) madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
+#else
+    (void)block, (void)bytes;
+#endif
+}
 
 void ShowFatalMessage(const char* message) {
     std::fprintf(stderr, "%s\n", message);

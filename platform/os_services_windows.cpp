@@ -30,6 +30,9 @@ void CriticalSection::Leave() { LeaveCriticalSection(reinterpret_cast<CRITICAL_S
 
 size_t UsableBlockSize(void* block) { return block ? _msize(block) : 0; }
 
+// Large pages need a privilege ordinary users lack; the hint has no equivalent.
+void AdviseHugePages(void*, size_t) {}
+
 void ShowFatalMessage(const char* message) {
     std::fprintf(stderr, "%s\n", message);
     std::fflush(stderr);

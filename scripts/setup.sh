@@ -11,6 +11,7 @@ packages=(
     nlohmann-json3-dev libcli11-dev libpng-dev
     libinsighttoolkit5-dev libassimp-dev libgdcm-dev zlib1g-dev libpugixml-dev
     python3-pytest python3-numpy python3-nibabel python3-pydicom python3-pil python3-vtk9
+    python3-dev python3-venv pybind11-dev python3-pybind11 python3-distributed python3-matplotlib
     libcpp-httplib-dev chromium nodejs
 )
 

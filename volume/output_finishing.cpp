@@ -1,10 +1,10 @@
 #include "output_finishing.h"
 
 #include <array>
-#include <cstring>
 #include <string>
 
 #include "common/float_convert.h"
+#include "common/parallel_bytes.h"
 #include "common/param_reads.h"
 #include "volume/kernels/image_upscale.h"
 #include "volume/kernels/iso_contour.h"
@@ -115,9 +115,10 @@ void ComposeFinalImage(const zrobjects::ModuleRequest& request, const VolumeRend
 
     if (!targets.blending) {
         if (!geometry.reduced) {
-            std::memcpy(final, target, bytes);
+            zrcommon::ParallelWriteBytes({{final, target, bytes}});
         } else {
-            std::memset(final, 0, bytes);
+            // The final buffer is cleared and enlarged into in one pass.
+            up.clearRows = height;
             UpscaleImage(up);
         }
     } else {
@@ -135,7 +136,7 @@ void ComposeFinalImage(const zrobjects::ModuleRequest& request, const VolumeRend
             merge.output = final;
             MergeLayers(merge);
         } else {
-            std::memcpy(final, earlier, bytes);
+            zrcommon::ParallelWriteBytes({{final, earlier, bytes}});
             up.weight = weight;
             UpscaleAndMergeImage(up);
         }

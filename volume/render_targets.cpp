@@ -1,9 +1,10 @@
 #include "render_targets.h"
 
 #include <cstdint>
-#include <cstring>
+#include <vector>
 
 #include "common/frame_buffer_descriptors.h"
+#include "common/parallel_bytes.h"
 
 namespace zrvolume {
 
@@ -38,9 +39,10 @@ RenderTargets PrepareRenderTargets(const VolumeRenderSettings& settings, zrobjec
     }
 
     const size_t pixels = static_cast<size_t>(targets.width) * targets.height;
-    std::memset(image.GetFrameBuffer(1, targets.targetIndex)->pixels, 0, pixels * 4);
+    std::vector<zrcommon::ByteRange> clears{{image.GetFrameBuffer(1, targets.targetIndex)->pixels, nullptr, pixels * 4}};
     for (int index = 0; zrobjects::FrameBuffer* buffer = image.GetFrameBuffer(3, index); ++index)
-        std::memset(buffer->pixels, 0, pixels * 2);
+        clears.push_back({buffer->pixels, nullptr, pixels * 2});
+    zrcommon::ParallelWriteBytes(clears);
     return targets;
 }
 

@@ -40,4 +40,25 @@ void CollectTreeLeaves(const BvhTree& tree, const glm::vec3& normal, float d,
     CollectCrossedLeaves(*tree.root, normal, d, leaves, triangleCount);
 }
 
+namespace {
+
+void CollectSubtrees(const BvhNode& node, const glm::vec3& normal, float d, int depth,
+                     std::vector<const BvhNode*>& subtrees) {
+    if (depth == 0 || node.IsLeaf()) {
+        subtrees.push_back(&node);
+        return;
+    }
+    const auto& inner = static_cast<const BvhInnerNode&>(node);
+    for (const BvhNode* child : inner.children)
+        if (child && PlaneHitsNode(*child, normal, d)) CollectSubtrees(*child, normal, d, depth - 1, subtrees);
+}
+
+}  // namespace
+
+void CollectCrossedSubtrees(const BvhTree& tree, const glm::vec3& normal, float d, int depth,
+                            std::vector<const BvhNode*>& subtrees) {
+    if (!tree.root) return;
+    CollectSubtrees(*tree.root, normal, d, depth, subtrees);
+}
+
 }  // namespace zrbvh

@@ -30,4 +30,12 @@ void CollectCrossedLeaves(const BvhNode& node, const glm::vec3& normal, float d,
 void CollectTreeLeaves(const BvhTree& tree, const glm::vec3& normal, float d,
                        std::vector<const BvhLeafNode*>& leaves, int64_t& triangleCount);
 
+// The walk of CollectTreeLeaves stopped `depth` levels below the root: the
+// crossed nodes it would descend into there (and the crossed leaves above),
+// in its order. Collecting the leaves of each of them in turn
+// (CollectCrossedLeaves) gives CollectTreeLeaves' list, so the subtrees can be
+// walked on different threads.
+void CollectCrossedSubtrees(const BvhTree& tree, const glm::vec3& normal, float d, int depth,
+                            std::vector<const BvhNode*>& subtrees);
+
 }  // namespace zrbvh

@@ -162,6 +162,41 @@ def test_a_non_integral_slope_gives_float_values_windowed_in_real_units(files):
     assert "float32 voxels" in info_field(run.out, "module"), run
 
 
+U16 = "uint16 voxels holding value + "
+SMALL_INTEGERS = [
+    # stored type, smallest stored value, scl_slope and scl_inter (None: unset), the module's voxels
+    (np.int8, -100, None, None, U16 + "1024"),
+    (np.uint8, 0, None, None, "uint8 voxels holding value + 0"),
+    (np.uint8, 0, 2.0, -100.0, U16 + "1024"),
+    (np.int16, -1000, None, None, U16 + "1024"),
+    (np.int16, 0, None, None, U16 + "0"),
+    (np.int16, -30000, None, None, U16 + "32768"),
+    (np.int16, -1000, -1.0, 0.0, U16 + "32768"),  # -3736 .. 1000
+    (np.int16, -1000, 3.0, 0.0, U16 + "32768"),
+    (np.int16, -1000, 40.0, 0.0, "float32 voxels"),  # too wide for 16 bits
+    (np.uint16, 0, None, None, U16 + "0"),
+    (np.uint16, 0, 2.0, -1024.0, U16 + "1024"),
+]
+
+
+@pytest.mark.parametrize("dtype, base, slope, inter, module", SMALL_INTEGERS,
+                         ids=[f"{t.__name__}-from{b}-slope{s}" for t, b, s, _, _ in SMALL_INTEGERS])
+def test_every_small_integer_type_and_integral_scaling_keeps_its_values(files, dtype, base, slope, inter, module):
+    """8- and 16-bit voxels are read straight into the module's words and offset
+    there; the real values must be nibabel's, the offset the smallest of 0, 1024
+    and 32768 that fits them."""
+    path = files / "typed.nii.gz"
+    nib.save(nib.Nifti1Image(stored_values(SHAPE, dtype, base), oblique_affine()), str(path))
+    if slope is not None:
+        raw = gzip.decompress(path.read_bytes())
+        path.write_bytes(gzip.compress(raw[:112] + struct.pack("<ff", slope, inter) + raw[120:]))
+    real = nib.load(str(path)).get_fdata()
+    # The value picture holds 16-bit words: float volumes are checked by their range.
+    info = zrslice("info", path) if module.startswith("float") else assert_placed_as_nibabel_reads(files, path)
+    assert info_field(info.out, "values").startswith(f"{real.min():g} .. {real.max():g}"), info
+    assert info_field(info.out, "module").startswith(module), info
+
+
 def test_a_4d_file_with_an_unset_slope_gives_the_chosen_time_point(files):
     path = files / "bold.nii.gz"
     frames = np.stack([stored_values(SHAPE) + 100 * t for t in range(4)], axis=-1)

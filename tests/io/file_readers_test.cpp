@@ -94,7 +94,7 @@ TEST(VolumeFiles, RawFilesInBothByteOrders) {
     testing::WriteBytes(dir / "v.raw", bytes);
     RawVolumeHeader header;
     header.dims = {3, 1, 1};
-    header.kind = VoxelKind::UInt16;
+    header.type = StoredType::UInt16;
     header.headerBytes = 4;
     auto little = ReadRawVolume(dir / "v.raw", header).volume;
     EXPECT_EQ(zrobjects::VoxelAt<unsigned short>(*little->GetVolumeData(), 2, 0, 0), 0x0506);
@@ -114,7 +114,7 @@ TEST(VolumeFileErrors, MissingShortTruncatedAndCorrupt) {
     const auto raw = [&](glm::ivec3 dims) {
         RawVolumeHeader header;
         header.dims = dims;
-        header.kind = VoxelKind::UInt16;
+        header.type = StoredType::UInt16;
         return [&dir, header] { ReadRawVolume(dir / "short.raw", header); };
     };
     const std::tuple<std::string, std::function<void()>, std::string> cases[] = {

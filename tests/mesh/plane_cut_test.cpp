@@ -186,6 +186,34 @@ TEST(PlaneCut, FewerThanFiveCrossedLeavesCutEveryTriangleAnyway) {
               Segments(expected, true));
 }
 
+// Sets every node's box to one around the whole mesh.
+void CoverEverything(zrbvh::BvhNode* node) {
+    const float box[6] = {-100, -100, -100, 100, 100, 100};
+    std::copy(box, box + 6, node->bounds);
+    if (!node->IsLeaf())
+        for (zrbvh::BvhNode* child : static_cast<zrbvh::BvhInnerNode*>(node)->children) CoverEverything(child);
+}
+
+TEST(PlaneCut, FewerThanFiveCrossedLeavesHoldingCutTrianglesListEachSegmentOnce) {
+    // Four leaves whose boxes hold the whole mesh: the plane crosses them all,
+    // too few for the hierarchy, so every triangle is cut, each once.
+    auto torus = zrobjects::MakeMeshPrimitive(zrobjects::MakeTorusArrays(10.0, 2.0, 12, 8, glm::dvec3(0.0)));
+    const int triangles = torus->GetPrimitiveData()->primitiveCount;
+    MisplacedTree fourLeaves(triangles, 4);
+    CoverEverything(fourLeaves.tree.root);
+    const glm::vec3 xAxis(1.0f, 0.0f, 0.0f);
+    const auto expected = CutToList(*torus, nullptr, glm::vec3(0.0f), xAxis, glm::mat4(1.0f));
+    ASSERT_FALSE(expected.empty());
+    const int before = omp_get_max_threads();
+    for (int threads : {1, 2}) {
+        omp_set_num_threads(threads);
+        EXPECT_EQ(Segments(CutToList(*torus, &fourLeaves.tree, glm::vec3(0.0f), xAxis, glm::mat4(1.0f)), true),
+                  Segments(expected, true))
+            << threads << " threads";
+    }
+    omp_set_num_threads(before);
+}
+
 TEST(PlaneCut, FiveOrMoreCrossedLeavesCutOnlyTheirTriangles) {
     // Five misplaced leaves hold only the first half of the triangles. A plane
     // through the mesh and, far away, through all five leaf boxes runs the leaf

@@ -130,6 +130,22 @@ TEST(MeshDriver, AMissingCameraFailsAfterTheBufferSetUp) {
     image->GetObjParamA("_bool_SkipSrOnPlaneRenderer", found);
     EXPECT_TRUE(found);
     EXPECT_EQ(image->GetDescriptor(), "");
+
+    // Starting a chain, the buffer set-up includes the nothing-hit depth fill
+    // and the cleared backup, also when the camera then turns out missing.
+    auto first = std::make_shared<zrobjects::ZrIObject>(16, 16);
+    scene.request.params["_ZrIObject*_RenderOut"] = first.get();
+    scene.request.params["_bool_IsFirstRenderer"] = true;
+    first->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "out");
+    first->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, "backup");
+    std::memset(first->GetFrameBuffer(1, 1)->pixels, 0xab, 16 * 16 * 4);
+    EXPECT_FALSE(zrmodule::DispatchRequest(scene.request));
+    const auto* depth = static_cast<const uint32_t*>(first->GetFrameBuffer(2, 0)->pixels);
+    const auto* backup = static_cast<const uint32_t*>(first->GetFrameBuffer(1, 1)->pixels);
+    for (int i = 0; i < 16 * 16; ++i) {
+        EXPECT_EQ(depth[i], 0x77777777u) << i;
+        EXPECT_EQ(backup[i], 0u) << i;
+    }
 }
 
 TEST(MeshDriver, HiddenAndNonMeshEntriesAreSkippedAndAMistypedKeyThrows) {
@@ -224,6 +240,31 @@ TEST(MeshCrossLines, ListsGoToTheImageAndNothingIsDrawn) {
         }
     }
     EXPECT_FLOAT_EQ(lines[8], 2.0f * -100.0f + 31.5f);
+}
+
+// Starting a chain with cross lines, the cut draws nothing, so nothing is hit;
+// a point set in the same request is drawn, and its pixels are marked.
+TEST(MeshCrossLines, AFirstRendererMarksDepthOnlyWherePointSetsWereDrawn) {
+    for (const bool withPoints : {false, true}) {
+        Scene scene;
+        scene.Add(Wall(5.0f, 8.0f));
+        if (withPoints) scene.Add(zrobjects::MeshArrays{{0.0f, 0.0f, 0.0f}, {}, {}, 3});
+        scene.request.params["_bool_IsFirstRenderer"] = true;
+        scene.request.params["_bool_GetCrossLines"] = true;
+        scene.request.params["_double_ZoominRadius"] = 3.0;
+        for (const char* name : {"out", "backup"})
+            scene.image->InsertFrameBuffer(zrobjects::MakeDataType<zrobjects::color4>(), 1, name);
+        std::memset(scene.Buffer(1, 1), 0xab, static_cast<size_t>(kW) * kH * 4);
+        ASSERT_TRUE(zrmodule::DispatchRequest(scene.request));
+        const uint32_t* backup = scene.Buffer(1, 1);
+        const uint32_t* depth = scene.Buffer(2, 0);
+        int drawn = 0;
+        for (int i = 0; i < kW * kH; ++i) {
+            drawn += backup[i] != 0;
+            EXPECT_EQ(depth[i], backup[i] != 0 ? 0u : 0x77777777u) << withPoints << " " << i;
+        }
+        EXPECT_EQ(drawn, withPoints ? 32 : 0) << "the wall is listed, not drawn";
+    }
 }
 
 TEST(MeshCrossLines, NoCutAnywhereWritesNoKeyAndKeepsEarlierValues) {

@@ -1,5 +1,7 @@
 #include "curved_reformation.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -10,6 +12,7 @@
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
 #include "volume/kernels/slab_layers.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
@@ -171,75 +174,123 @@ inline void ThinPixel(const CurvedRun<T>& run, const ColumnFrame& frame, int i, 
     WriteLookedUp(run, index, TruncateToInt32(sample + 0.5f), inside);
 }
 
+// The slab pixel of row j in column i (maximum, minimum, average or
+// compositing over the layers); a row outside the lateral range is left
+// untouched.
 template <class T, Reduction R>
-void CurvedColumn(const CurvedRun<T>& run, int i) {
+inline void SlabPixel(const CurvedRun<T>& run, const ColumnFrame& frame, int i, int j) {
     const CurvedSectionGeometry& g = run.g;
-    const ColumnFrame frame = MakeColumnFrame(run, i);
-    if (!frame.used) return;
-    const float lo = frame.lo, hi = frame.hi;
-    const glm::vec3 depth = frame.depth;
-    const glm::vec3 lateralStep = frame.lateralStep;
-    const glm::vec3 slabFront = frame.slabFront;
+    const float rows = static_cast<float>(run.height - 1);
+    // H = 1 gives not-a-number here and skips every row.
+    const float s =
+        (static_cast<float>(run.height - 1 - j) / rows) * frame.lo + (static_cast<float>(j) / rows) * frame.hi;
+    if (!(s >= 0.0f) || s > g.lateralExtent) return;
+    const glm::vec3 lateral = (s - g.lateralCentre) * frame.lateralStep;
+    const size_t index = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch) + static_cast<size_t>(i);
+    const glm::vec3 base = frame.slabFront + lateral;
     const int middleLayer = g.lastLayer / 2;
 
+    bool covered = false;
+    float maximum = 0.0f;
+    float minimum = 3.4028235e38f;
+    float sum = 0.0f;
+    int counted = 0;
+    float middleSample = 0.0f;
+    CompositeAccumulator acc;
+    for (int m = 0; m <= g.lastLayer; ++m) {
+        const glm::vec3 v = TransformPoint(run.toVoxel, base + (static_cast<float>(m) * g.layerStep) * frame.depth);
+        if (run.clipActive && Clipped(run.clip, v)) continue;  // the layer does not count
+        float sample = 0.0f;
+        if (InsideGrid(v, run.grid.dims)) {
+            sample = SampleTrilinear(run.grid, v);
+            covered = true;
+        }
+        if constexpr (R == Reduction::Maximum) {
+            maximum = sample > maximum ? sample : maximum;
+        } else if constexpr (R == Reduction::Minimum) {
+            minimum = sample < minimum ? sample : minimum;  // outside: 0 pulls it down
+        } else if constexpr (R == Reduction::Average) {
+            sum += sample;
+            ++counted;
+        } else {
+            CompositeLayer(run.shading, run.grid, run.otfRow, run.otfLength, v, sample, acc);
+            if (m == middleLayer) middleSample = sample;
+        }
+    }
+
+    if constexpr (R == Reduction::Compositing) {
+        if (run.target.values) run.target.values[index] = static_cast<uint16_t>(TruncateToInt32(middleSample + 0.5f));
+        run.target.colour[index] = CompositedPixel(acc, run.channelSwitch, covered);
+    } else if constexpr (R == Reduction::Maximum) {
+        WriteLookedUp(run, index, TruncateToInt32(maximum + 0.5f), covered);
+    } else if constexpr (R == Reduction::Minimum) {
+        const float v = (minimum == 3.4028235e38f || g.lastLayer < 0) ? 0.0f : minimum;
+        WriteLookedUp(run, index, TruncateToInt32(v + 0.5f), covered);
+    } else {
+        // Truncated, not rounded; no counted layer gives 0 / 0 and value 0.
+        WriteLookedUp(run, index, TruncateToInt32(sum / static_cast<float>(counted)), covered);
+    }
+}
+
+template <class T, Reduction R>
+void CurvedColumn(const CurvedRun<T>& run, int i) {
+    const ColumnFrame frame = MakeColumnFrame(run, i);
+    if (!frame.used) return;
     const float rows = static_cast<float>(run.height - 1);
     for (int j = 0; j < run.height; ++j) {
-        // H = 1 gives not-a-number here and skips every row.
-        const float s = (static_cast<float>(run.height - 1 - j) / rows) * lo + (static_cast<float>(j) / rows) * hi;
-        if (!(s >= 0.0f) || s > g.lateralExtent) continue;
-        const glm::vec3 lateral = (s - g.lateralCentre) * lateralStep;
-        const size_t index = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch) + static_cast<size_t>(i);
-
         if constexpr (R == Reduction::SinglePlane) {
             ThinPixel(run, frame, i, j, static_cast<float>(run.height - 1 - j) / rows, static_cast<float>(j) / rows);
         } else {
-            const glm::vec3 base = slabFront + lateral;
-            bool covered = false;
-            float maximum = 0.0f;
-            float minimum = 3.4028235e38f;
-            float sum = 0.0f;
-            int counted = 0;
-            float middleSample = 0.0f;
-            CompositeAccumulator acc;
-            for (int m = 0; m <= g.lastLayer; ++m) {
-                const glm::vec3 v = TransformPoint(run.toVoxel, base + (static_cast<float>(m) * g.layerStep) * depth);
-                if (run.clipActive && Clipped(run.clip, v)) continue;  // the layer does not count
-                float sample = 0.0f;
-                if (InsideGrid(v, run.grid.dims)) {
-                    sample = SampleTrilinear(run.grid, v);
-                    covered = true;
-                }
-                if constexpr (R == Reduction::Maximum) {
-                    maximum = sample > maximum ? sample : maximum;
-                } else if constexpr (R == Reduction::Minimum) {
-                    minimum = sample < minimum ? sample : minimum;  // outside: 0 pulls it down
-                } else if constexpr (R == Reduction::Average) {
-                    sum += sample;
-                    ++counted;
-                } else {
-                    CompositeLayer(run.shading, run.grid, run.otfRow, run.otfLength, v, sample, acc);
-                    if (m == middleLayer) middleSample = sample;
-                }
-            }
-
-            if constexpr (R == Reduction::Compositing) {
-                if (run.target.values) run.target.values[index] = static_cast<uint16_t>(TruncateToInt32(middleSample + 0.5f));
-                run.target.colour[index] = CompositedPixel(acc, run.channelSwitch, covered);
-            } else if constexpr (R == Reduction::Maximum) {
-                WriteLookedUp(run, index, TruncateToInt32(maximum + 0.5f), covered);
-            } else if constexpr (R == Reduction::Minimum) {
-                const float v = (minimum == 3.4028235e38f || g.lastLayer < 0) ? 0.0f : minimum;
-                WriteLookedUp(run, index, TruncateToInt32(v + 0.5f), covered);
-            } else {
-                // Truncated, not rounded; no counted layer gives 0 / 0 and value 0.
-                WriteLookedUp(run, index, TruncateToInt32(sum / static_cast<float>(counted)), covered);
-            }
+            SlabPixel<T, R>(run, frame, i, j);
         }
     }
 }
 
 // How far ahead (in rows) the vector path prefetches voxel lines.
 constexpr int kPrefetchRows = 2;
+// The same for the slab rows, whose prefetches follow the layers.
+constexpr int kSlabPrefetchRows = 6;
+
+// The column frames of a whole image, made once, and their structure of
+// arrays for the lane loops.
+struct ColumnTable {
+    std::vector<ColumnFrame> frames;
+    // surface x/y/z, lateral step x/y/z, top, bottom, slab front x/y/z, depth x/y/z
+    std::vector<float> soa;
+    std::vector<int32_t> used;  // 0 or -1
+    const float* Column(int k) const { return soa.data() + static_cast<size_t>(k) * frames.size(); }
+};
+
+enum ColumnArray { kSurface = 0, kLateral = 3, kTop = 6, kBottom = 7, kFront = 8, kDepth = 11, kArrays = 14 };
+
+template <class T>
+ColumnTable MakeColumnTable(const CurvedRun<T>& run) {
+    const size_t width = static_cast<size_t>(run.width);
+    ColumnTable table;
+    table.frames.resize(width);
+    table.soa.resize(width * kArrays);
+    table.used.resize(width);
+    for (size_t i = 0; i < width; ++i) {
+        const ColumnFrame& f = table.frames[i] = MakeColumnFrame(run, static_cast<int>(i));
+        float* soa = table.soa.data();
+        for (int k = 0; k < 3; ++k) {
+            soa[(kSurface + k) * width + i] = f.surface[k];
+            soa[(kLateral + k) * width + i] = f.lateralStep[k];
+            soa[(kFront + k) * width + i] = f.slabFront[k];
+            soa[(kDepth + k) * width + i] = f.depth[k];
+        }
+        soa[kTop * width + i] = f.lo;
+        soa[kBottom * width + i] = f.hi;
+        table.used[i] = f.used ? -1 : 0;
+    }
+    return table;
+}
+
+// The record applied by the lanes, and whether its last row is (0, 0, 0, 1).
+inline bool AffineRecord(const Matrix16& r) {
+    const float* last = r.m + 12;
+    return last[0] == 0.0f && last[1] == 0.0f && last[2] == 0.0f && last[3] == 1.0f;
+}
 
 // The thin section row by row: the column frames are made once, then each row
 // draws whole lane groups of columns and the per-pixel code the rest. Same
@@ -247,37 +298,21 @@ constexpr int kPrefetchRows = 2;
 template <class T>
 void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& volume) {
     const int width = run.width;
-    std::vector<ColumnFrame> frames(static_cast<size_t>(width));
-    // Structure of arrays for the lanes: surface x/y/z, lateral step x/y/z, top, bottom.
-    std::vector<float> soa(static_cast<size_t>(width) * 8);
-    std::vector<int32_t> used(static_cast<size_t>(width));
-    float* column[8];
-    for (int k = 0; k < 8; ++k) column[k] = soa.data() + static_cast<size_t>(k) * width;
-    for (int i = 0; i < width; ++i) {
-        const ColumnFrame& f = frames[static_cast<size_t>(i)] = MakeColumnFrame(run, i);
-        for (int k = 0; k < 3; ++k) {
-            column[k][i] = f.surface[k];
-            column[3 + k][i] = f.lateralStep[k];
-        }
-        column[6][i] = f.lo;
-        column[7][i] = f.hi;
-        used[static_cast<size_t>(i)] = f.used ? -1 : 0;
-    }
+    const ColumnTable table = MakeColumnTable(run);
 
     CurvedRowJob base;
     base.volume = volume;
     for (int k = 0; k < 3; ++k) {
-        base.surface[k] = column[k];
-        base.lateralStep[k] = column[3 + k];
+        base.surface[k] = table.Column(kSurface + k);
+        base.lateralStep[k] = table.Column(kLateral + k);
     }
-    base.top = column[6];
-    base.bottom = column[7];
-    base.used = used.data();
+    base.top = table.Column(kTop);
+    base.bottom = table.Column(kBottom);
+    base.used = table.used.data();
     base.centre = run.g.lateralCentre;
     base.extent = run.g.lateralExtent;
     for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
-    const float* last = run.toVoxel.m + 12;
-    base.affine = last[0] == 0.0f && last[1] == 0.0f && last[2] == 0.0f && last[3] == 1.0f;
+    base.affine = AffineRecord(run.toVoxel);
     base.width = width;
     base.length = run.otfLength;
     base.colour.table = run.otfRow;
@@ -301,8 +336,91 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
         job.colourRow = run.target.colour + rowStart;
         job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;
         for (int i = CurvedLanes(target, job); i < width; ++i) {
-            const ColumnFrame& frame = frames[static_cast<size_t>(i)];
+            const ColumnFrame& frame = table.frames[static_cast<size_t>(i)];
             if (frame.used) ThinPixel(run, frame, i, j, a, b);
+        }
+    });
+}
+
+// How far the rounded layer points of a pixel can stray from their line, in
+// voxels, for an affine record: each coordinate of a layer point is formed in
+// a few roundings from world coordinates no larger than W, so it strays by at
+// most 6 * 2^-24 * (sum_k |m_rk| W + |m_r3|) from the exact one, and the points
+// between two such ends by twice that from the line joining the computed ends.
+// W bounds |front| + (E + |C|) |lateral step| + K * step * |depth| over the
+// used columns. Twice the bound again, for good measure.
+template <class T>
+float InteriorMargin(const CurvedRun<T>& run, const ColumnTable& table) {
+    const double lateral = std::fabs(static_cast<double>(run.g.lateralExtent)) + std::fabs(run.g.lateralCentre);
+    const double depth = std::fabs(static_cast<double>(run.g.lastLayer) * run.g.layerStep);
+    double world = 0.0;
+    for (const ColumnFrame& f : table.frames) {
+        if (!f.used) continue;
+        for (int k = 0; k < 3; ++k)
+            world = std::max(world, std::fabs(double(f.slabFront[k])) + lateral * std::fabs(f.lateralStep[k]) +
+                                        depth * std::fabs(f.depth[k]));
+    }
+    double bound = 0.0;
+    for (int r = 0; r < 3; ++r) {
+        const float* m = run.toVoxel.m + 4 * r;
+        bound = std::max(bound, (std::fabs(m[0]) + std::fabs(m[1]) + std::fabs(m[2])) * world + std::fabs(m[3]));
+    }
+    const double margin = 24.0 * 0x1p-24 * bound;
+    return std::isfinite(margin) && margin < 0.25 ? static_cast<float>(margin) : -1.0f;
+}
+
+// The maximum, minimum or average slab in strips of columns, row by row within
+// a strip: lane groups of columns first, the per-pixel body for the rest. A
+// strip's rows read nearly the same voxel lines (its 25-odd layers of 32-128
+// columns stay in the core's second-level cache), where whole rows of a long
+// curve would not.
+template <class T, Reduction R>
+void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& volume) {
+    const int width = run.width;
+    const ColumnTable table = MakeColumnTable(run);
+
+    CurvedSlabRowJob base;
+    base.volume = volume;
+    for (int k = 0; k < 3; ++k) {
+        base.front[k] = table.Column(kFront + k);
+        base.lateralStep[k] = table.Column(kLateral + k);
+        base.depth[k] = table.Column(kDepth + k);
+    }
+    base.top = table.Column(kTop);
+    base.bottom = table.Column(kBottom);
+    base.used = table.used.data();
+    base.centre = run.g.lateralCentre;
+    base.extent = run.g.lateralExtent;
+    for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
+    base.affine = AffineRecord(run.toVoxel);
+    if (base.affine) base.interiorMargin = InteriorMargin(run, table);
+    base.layers = run.g.lastLayer + 1;
+    base.layerStep = run.g.layerStep;
+    base.reduction = R == Reduction::Maximum   ? LaneReduction::Maximum
+                     : R == Reduction::Minimum ? LaneReduction::Minimum
+                                               : LaneReduction::Average;
+    base.length = run.otfLength;
+    base.colour.table = run.otfRow;
+    base.colour.channelSwitch = run.channelSwitch;
+
+    const float rows = static_cast<float>(run.height - 1);
+    ParallelForStrips(width, run.height, BalancedStripWidth(width, 32, 128), [&](int j, int from, int to) {
+        CurvedSlabRowJob job = base;
+        job.from = from;
+        job.to = to;
+        job.a = static_cast<float>(run.height - 1 - j) / rows;
+        job.b = static_cast<float>(j) / rows;
+        if (j + kSlabPrefetchRows < run.height) {
+            job.prefetch = true;
+            job.prefetchA = static_cast<float>(run.height - 1 - j - kSlabPrefetchRows) / rows;
+            job.prefetchB = static_cast<float>(j + kSlabPrefetchRows) / rows;
+        }
+        const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
+        job.colourRow = run.target.colour + rowStart;
+        job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;
+        for (int i = CurvedSlabLanes(target, job); i < to; ++i) {
+            const ColumnFrame& frame = table.frames[static_cast<size_t>(i)];
+            if (frame.used) SlabPixel<T, R>(run, frame, i, j);
         }
     });
 }
@@ -310,12 +428,17 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
 template <class T, Reduction R>
 void RunColumns(const CurvedRun<T>& run) {
     if (run.width <= 0) return;
-    if constexpr (R == Reduction::SinglePlane) {
+    if constexpr (R != Reduction::Compositing) {
         const SimdTarget target = ActiveSimdTarget();
         LaneVolume volume;
         if (target != SimdTarget::Baseline && !run.clipActive && run.width >= 2 &&
+            (R == Reduction::SinglePlane || run.g.lastLayer >= 0) &&
             MakeLaneVolume(run.grid, volume)) {
-            RunThinRows(run, target, volume);
+            if constexpr (R == Reduction::SinglePlane) {
+                RunThinRows(run, target, volume);
+            } else {
+                RunSlabRows<T, R>(run, target, volume);
+            }
             return;
         }
     }

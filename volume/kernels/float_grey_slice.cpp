@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "common/float_convert.h"
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
 #include "volume/kernels/voxel_sampling.h"
@@ -34,7 +35,15 @@ struct FloatGreyContext {
     float windowLow = 0.0f;
     float windowHigh = 0.0f;
     float windowScale = 0.0f;
+    // Vector path: taken when a vector target is active, the storage allows
+    // the lane reads and a curve (if any) has at least two points.
+    SimdTarget target = SimdTarget::Baseline;
+    bool useLanes = false;
+    FloatGreyRowJob lanes;
 };
+
+// How far ahead (in rows of the strip) the vector path prefetches voxel lines.
+constexpr int kPrefetchRows = 2;
 
 // A grey level from its double or float value: truncation, then the low byte,
 // as the conversion to an 8-bit channel always gave (out-of-range and
@@ -67,10 +76,18 @@ uint32_t WindowGrey(const FloatGreyContext& c, float v) {
     return v > c.windowHigh ? 255u : 0u;
 }
 
-void RenderFloatGreyRow(const FloatGreyContext& c, int y) {
+// Columns from .. to - 1 of row y.
+void RenderFloatGreySpan(const FloatGreyContext& c, int y, int from, int to) {
     const SliceRow ends = RowEnds(c.corners, y, c.height);
     uint32_t* __restrict colourRow = c.colour + static_cast<ptrdiff_t>(y) * c.pitch;
-    for (int x = 0; x < c.width; ++x) {
+    int x = from;
+    if (c.useLanes) {
+        // Whole lane groups first; the loop below draws the remaining pixels.
+        FloatGreyRowJob job = c.lanes;
+        job.span = MakeSliceSpan(c.corners, c.width, c.height, y, from, to, kPrefetchRows, colourRow);
+        x = FloatGreyLanes(c.target, job);
+    }
+    for (; x < to; ++x) {
         const glm::vec3 p = PixelPoint(ends, x, c.width);
         const bool inside = InsideGrid(p, c.grid.dims);
         const float v = inside ? SampleTrilinear(c.grid, p) : 0.0f;
@@ -109,8 +126,26 @@ bool RenderFloatGreySliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16
     c.windowLow = windowCentre - windowWidth * 0.5f;
     c.windowHigh = windowCentre + windowWidth * 0.5f;
     c.windowScale = 255.0f / windowWidth;  // a zero width gives infinity; the comparisons decide then
+    c.target = ActiveSimdTarget();
+    if (c.target != SimdTarget::Baseline && (!curve || c.curveCount >= 2) &&
+        MakeLaneVolume(c.grid, c.lanes.volume)) {
+        c.useLanes = true;
+        static_assert(sizeof(glm::dvec2) == 2 * sizeof(double), "curve points are read as pairs of doubles");
+        c.lanes.curve = c.curvePoints ? &c.curvePoints[0].x : nullptr;
+        c.lanes.curveCount = c.curveCount;
+        c.lanes.windowLow = c.windowLow;
+        c.lanes.windowHigh = c.windowHigh;
+        c.lanes.windowScale = c.windowScale;
+    }
 
-    ParallelFor(0, c.height, [&c](int y) { RenderFloatGreyRow(c, y); });
+    if (c.useLanes) {
+        // Strips of 64 columns keep a row's voxel lines in cache for the next
+        // row, as in the single-table slice.
+        ParallelForStrips(c.width, c.height, 64,
+                          [&c](int y, int from, int to) { RenderFloatGreySpan(c, y, from, to); });
+    } else {
+        ParallelFor(0, c.height, [&c](int y) { RenderFloatGreySpan(c, y, 0, c.width); });
+    }
     return true;
 }
 

@@ -20,6 +20,11 @@
 //   byte 3 = 255 (existing content over the new layer);
 // - mask > 0: colour = trunc(((1 - w) D + w S) 255), byte 3 = 255.
 // The value, when both value buffers exist, is written with the pixel.
+//
+// Up-scale only: with clearRows > 0 the destination is taken as not yet
+// cleared, and every other pixel of its first clearRows rows (pitch pixels
+// each) is set to zero, which gives the bytes of clearing it first; each row
+// is written once, in parallel. The drawn rectangle must lie within them.
 #pragma once
 
 #include <cstdint>
@@ -42,6 +47,7 @@ struct ImageUpscaleArgs {
     // no mask, every pixel counts as <= 0) and the weight w of the new layer.
     const float* mask = nullptr;
     float weight = 0.7f;
+    int clearRows = 0;   // up-scale only, see above
 };
 
 // Bilinear magnification of all four bytes (and of the value).

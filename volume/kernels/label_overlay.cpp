@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "common/float_convert.h"
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
@@ -20,9 +21,6 @@ using zrcommon::TruncateToInt32;
 
 namespace {
 
-constexpr float kKeptWeight = 0.8039216f;   // 205/255 of the existing pixel
-constexpr float kLabelWeight = 0.19607845f;  // 50/255 of the label colour
-
 template <class T>
 struct LabelOverlayContext {
     VoxelGrid<T> grid;
@@ -35,7 +33,15 @@ struct LabelOverlayContext {
     float length = 0.0f;
     uint32_t backgroundEntry = 0;  // the entry of label 0, the common case
     SliceClipState clip;
+    // Vector path: taken when a vector target is active, nothing is clipped
+    // and the storage allows the lane reads.
+    SimdTarget target = SimdTarget::Baseline;
+    bool useLanes = false;
+    LabelOverlayRowJob lanes;
 };
+
+// How far ahead (in rows of the strip) the vector path prefetches voxel lines.
+constexpr int kPrefetchRows = 2;
 
 // The winning label of the eight neighbours. Weights are summed per distinct
 // label in corner order; the largest sum wins, a tie going to the smaller label
@@ -77,18 +83,26 @@ inline uint32_t LabelIndex(float label, float length) {
 // does not weight the blend and the channel-order switch is not consulted.
 inline uint32_t TintedPixel(uint32_t old, uint32_t entry) {
     const auto blend = [&](int oldByte, int entryChannel) {
-        const float sum = static_cast<float>((old >> (8 * oldByte)) & 0xffu) * kKeptWeight +
-                          static_cast<float>(EntryChannel(entry, entryChannel)) * kLabelWeight;
+        const float sum = static_cast<float>((old >> (8 * oldByte)) & 0xffu) * kOverlayKeptWeight +
+                          static_cast<float>(EntryChannel(entry, entryChannel)) * kOverlayLabelWeight;
         return static_cast<uint32_t>(TruncateToInt32(sum)) & 0xffu;
     };
     return blend(2, 2) | (blend(1, 1) << 8) | (blend(0, 0) << 16) | 0xff000000u;
 }
 
+// Columns from .. to - 1 of row y.
 template <class T>
-void RenderLabelOverlayRow(const LabelOverlayContext<T>& c, int y) {
+void RenderLabelOverlaySpan(const LabelOverlayContext<T>& c, int y, int from, int to) {
     const SliceRow ends = RowEnds(c.corners, y, c.height);
     uint32_t* __restrict colourRow = c.colour + static_cast<ptrdiff_t>(y) * c.pitch;
-    for (int x = 0; x < c.width; ++x) {
+    int x = from;
+    if (c.useLanes) {
+        // Whole lane groups first; the loop below draws the remaining pixels.
+        LabelOverlayRowJob job = c.lanes;
+        job.span = MakeSliceSpan(c.corners, c.width, c.height, y, from, to, kPrefetchRows, colourRow);
+        x = LabelOverlayLanes(c.target, job);
+    }
+    for (; x < to; ++x) {
         const glm::vec3 p = PixelPoint(ends, x, c.width);
         if (Clipped(c.clip, p) || !InsideGrid(p, c.grid.dims)) continue;
         const TrilinearCell cell = MakeTrilinearCell(p, c.grid.dims);
@@ -128,8 +142,23 @@ bool RenderLabelOverlaySliceRows(zrobjects::ZrVObjectVolume& labelVolume, const 
     c.length = table.length;
     c.backgroundEntry = c.row0[LabelIndex(0.0f, c.length)];
     c.clip = clip;
+    c.target = ActiveSimdTarget();
+    if (c.target != SimdTarget::Baseline && !clip.clipBox && !clip.clipPlane &&
+        MakeLaneVolume(c.grid, c.lanes.volume)) {
+        c.useLanes = true;
+        c.lanes.row0 = c.row0;
+        c.lanes.length = c.length;
+        c.lanes.backgroundEntry = c.backgroundEntry;
+    }
 
-    ParallelFor(0, c.height, [&c](int y) { RenderLabelOverlayRow(c, y); });
+    if (c.useLanes) {
+        // Strips of 64 columns keep a row's voxel lines in cache for the next
+        // row, as in the single-table slice.
+        ParallelForStrips(c.width, c.height, 64,
+                          [&c](int y, int from, int to) { RenderLabelOverlaySpan(c, y, from, to); });
+    } else {
+        ParallelFor(0, c.height, [&c](int y) { RenderLabelOverlaySpan(c, y, 0, c.width); });
+    }
     return true;
 }
 

@@ -9,22 +9,28 @@
 // weights (wx * wy) * wz, no fused multiply-add), so both give the same bytes.
 //
 // Voxels are read through byte offsets from one base pointer. A 32-bit load at
-// corner x0 brings x0 and x0 + 1 together (one gather per corner pair); LaneVolume
-// is only made when the storage allows it: slices at one constant stride, the
-// whole grid within 2 GiB of the base, and a margin of at least one voxel on
-// every axis, so that the read one element past a row, and the slices -1 and
-// dz the sampling rule may read for points just outside the grid, stay inside
-// the storage.
+// corner x0 brings x0 and x0 + 1 together (one gather per corner pair; a 64-bit
+// load for float voxels); LaneVolume is only made when the storage allows it:
+// slices at one constant stride, the whole grid within 2 GiB of the base, and a
+// margin of at least one voxel on every axis, so that the read one element past
+// a row, and the slices -1 and dz the sampling rule may read for points just
+// outside the grid, stay inside the storage.
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "volume/kernels/simd_dispatch.h"
 #include "volume/kernels/voxel_sampling.h"
 
 namespace zrvolume {
 
-enum class LaneVoxel { Int8, UInt8, Int16, UInt16 };
+enum class LaneVoxel { Int8, UInt8, Int16, UInt16, Float32 };
+
+// log2 of the element size in bytes.
+constexpr int LaneElementShift(LaneVoxel kind) {
+    return kind == LaneVoxel::Float32 ? 2 : (kind == LaneVoxel::Int16 || kind == LaneVoxel::UInt16 ? 1 : 0);
+}
 
 struct LaneVolume {
     const unsigned char* base = nullptr;  // voxel (0, 0, 0)
@@ -36,7 +42,9 @@ struct LaneVolume {
 
 template <class T>
 constexpr LaneVoxel LaneVoxelOf() {
-    if constexpr (sizeof(T) == 1) {
+    if constexpr (std::is_same_v<T, float>) {
+        return LaneVoxel::Float32;
+    } else if constexpr (sizeof(T) == 1) {
         return static_cast<T>(-1) < T(0) ? LaneVoxel::Int8 : LaneVoxel::UInt8;
     } else {
         return static_cast<T>(-1) < T(0) ? LaneVoxel::Int16 : LaneVoxel::UInt16;
@@ -46,7 +54,7 @@ constexpr LaneVoxel LaneVoxelOf() {
 // False when the storage does not allow the lane reads (see above).
 template <class T>
 bool MakeLaneVolume(const VoxelGrid<T>& grid, LaneVolume& out) {
-    static_assert(sizeof(T) <= 2, "lane reads serve 8- and 16-bit voxels");
+    static_assert(sizeof(T) <= 2 || std::is_same_v<T, float>, "lane reads serve 8- and 16-bit and float voxels");
     if (grid.dims.x < 1 || grid.dims.y < 1 || grid.dims.z < 1) return false;
     if (grid.margins.x < 1 || grid.margins.y < 1 || grid.margins.z < 1) return false;
     const int slices = grid.dims.z + 2 * grid.margins.z;

@@ -1,12 +1,16 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX2: 8 lanes, masks as
-// all-ones lanes, masked gathers; the 16-bit masked store merges with the old
-// contents. Only called after the run-time check in simd_dispatch.cpp.
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled
+// for AVX2: 8 lanes, masks as all-ones lanes, masked gathers; the 16-bit masked
+// store merges with the old contents. Only called after the run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
+#include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
 #define ZR_LANES_AVX2 1
@@ -42,6 +46,7 @@ struct Ops {
     static F Sub(F a, F b) { return _mm256_sub_ps(a, b); }
     static F Mul(F a, F b) { return _mm256_mul_ps(a, b); }
     static F Div(F a, F b) { return _mm256_div_ps(a, b); }
+    static F Sqrt(F v) { return _mm256_sqrt_ps(v); }
     static F MaxF(F a, F b) { return _mm256_max_ps(a, b); }  // a > b ? a : b
     static F MinF(F a, F b) { return _mm256_min_ps(a, b); }  // a < b ? a : b
     static I Cvtt(F v) { return _mm256_cvttps_epi32(v); }    // INT32_MIN when out of range
@@ -59,6 +64,8 @@ struct Ops {
     static M NoLanes() { return _mm256_setzero_si256(); }
     static M AllLanes() { return _mm256_set1_epi32(-1); }
     static bool Any(M m) { return !_mm256_testz_si256(m, m); }
+    // Bit k set when lane k is selected.
+    static unsigned Bits(M m) { return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(m))); }
     static bool All(M m) { return _mm256_movemask_ps(_mm256_castsi256_ps(m)) == 0xff; }
     static F SelF(M m, F a, F b) { return _mm256_blendv_ps(b, a, _mm256_castsi256_ps(m)); }
     static I SelI(M m, I a, I b) { return _mm256_blendv_epi8(b, a, m); }
@@ -92,6 +99,29 @@ struct Ops {
     static I GatherTable(const uint32_t* table, I index) {
         return _mm256_i32gather_epi32(reinterpret_cast<const int*>(table), index, 4);
     }
+    // The 32-bit words at base + offset and base + offset + 4 of the lanes in
+    // m (0 elsewhere), as one 64-bit load per lane: two 4-lane gathers, then
+    // the words taken apart.
+    template <bool all>
+    static void GatherPairs(M m, const unsigned char* base, I offset, I& first, I& second) {
+        const auto* words = reinterpret_cast<const long long*>(base);
+        const __m128i low = _mm256_castsi256_si128(offset), high = _mm256_extracti128_si256(offset, 1);
+        __m256i a, b;
+        if constexpr (all) {
+            a = _mm256_i32gather_epi64(words, low, 1);
+            b = _mm256_i32gather_epi64(words, high, 1);
+        } else {
+            a = _mm256_mask_i32gather_epi64(_mm256_setzero_si256(), words, low,
+                                            _mm256_cvtepi32_epi64(_mm256_castsi256_si128(m)), 1);
+            b = _mm256_mask_i32gather_epi64(_mm256_setzero_si256(), words, high,
+                                            _mm256_cvtepi32_epi64(_mm256_extracti128_si256(m, 1)), 1);
+        }
+        // a = (f0 s0 f1 s1 f2 s2 f3 s3), b the same for lanes 4..7.
+        const __m256i split = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+        const __m256i pa = _mm256_permutevar8x32_epi32(a, split), pb = _mm256_permutevar8x32_epi32(b, split);
+        first = _mm256_permute2x128_si256(pa, pb, 0x20);
+        second = _mm256_permute2x128_si256(pa, pb, 0x31);
+    }
 
     // Low 16 bits of each lane (the values are already masked to 16 bits, so
     // the saturating pack keeps them), lanes 0..7 in order.
@@ -120,9 +150,24 @@ struct Ops {
         const __m128i fresh = Narrow16(_mm256_and_si256(v, _mm256_set1_epi32(0xffff)));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_blendv_epi8(keep, fresh, mask16));
     }
+    // The first n (1 .. 8) entries at p, 0 elsewhere; nothing past them is read.
+    static I LoadPrefixI(const uint32_t* p, int n) {
+        const __m256i lanes = _mm256_cmpgt_epi32(_mm256_set1_epi32(n), Iota());
+        return _mm256_maskload_epi32(reinterpret_cast<const int*>(p), lanes);
+    }
+    static void StoreF(float* p, F v) { _mm256_storeu_ps(p, v); }
+    // Lane i takes lane (index_i mod 8) of v.
+    static I PermuteI(I v, I index) { return _mm256_permutevar8x32_epi32(v, index); }
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/slab_compositing_lanes.inc"
+#include "volume/kernels/curved_slab_lanes.inc"
+#include "volume/kernels/upscale_lanes.inc"
+#include "volume/kernels/cell_lanes.inc"
+#include "volume/kernels/masked_slice_lanes.inc"
+#include "volume/kernels/label_overlay_lanes.inc"
+#include "volume/kernels/float_grey_lanes.inc"
 
 }  // namespace
 
@@ -131,6 +176,13 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
+int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return LabelOverlayRowLanes(job); }
+int FloatGreyRow(const FloatGreyRowJob& job) { return FloatGreyRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -141,6 +193,13 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
+int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return job.span.from; }
+int FloatGreyRow(const FloatGreyRowJob& job) { return job.span.from; }
 #endif
 
 }  // namespace zrvolume::lanes_avx2

@@ -1,12 +1,17 @@
-// The lane row loops (lane_kernels.inc) compiled for AVX-512 (F, BW, DQ, VL):
-// 16 lanes, mask registers, masked gathers and stores. Only called after the
+// The lane row loops (lane_kernels.inc and the families' .inc files) compiled
+// for AVX-512 (F, BW, DQ, VL): 16 lanes, mask registers, masked gathers and
+// stores. Only called after the
 // run-time check in simd_dispatch.cpp.
 #include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
+#include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
+#include "volume/kernels/upscale_lanes.h"
 
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__GNUC__) && !defined(__clang__) && !defined(_WIN32)
 #define ZR_LANES_AVX512 1
@@ -42,6 +47,7 @@ struct Ops {
     static F Sub(F a, F b) { return _mm512_sub_ps(a, b); }
     static F Mul(F a, F b) { return _mm512_mul_ps(a, b); }
     static F Div(F a, F b) { return _mm512_div_ps(a, b); }
+    static F Sqrt(F v) { return _mm512_sqrt_ps(v); }
     static F MaxF(F a, F b) { return _mm512_max_ps(a, b); }  // a > b ? a : b
     static F MinF(F a, F b) { return _mm512_min_ps(a, b); }  // a < b ? a : b
     static I Cvtt(F v) { return _mm512_cvttps_epi32(v); }    // INT32_MIN when out of range
@@ -59,6 +65,8 @@ struct Ops {
     static M NoLanes() { return 0; }
     static M AllLanes() { return 0xffff; }
     static bool Any(M m) { return m != 0; }
+    // Bit k set when lane k is selected.
+    static unsigned Bits(M m) { return m; }
     static bool All(M m) { return m == 0xffff; }
     static F SelF(M m, F a, F b) { return _mm512_mask_blend_ps(m, b, a); }
     static I SelI(M m, I a, I b) { return _mm512_mask_blend_epi32(m, b, a); }
@@ -89,6 +97,25 @@ struct Ops {
     }
     static I GatherAll(const unsigned char* base, I offset) { return _mm512_i32gather_epi32(offset, base, 1); }
     static I GatherTable(const uint32_t* table, I index) { return _mm512_i32gather_epi32(index, table, 4); }
+    // The 32-bit words at base + offset and base + offset + 4 of the lanes in
+    // m (0 elsewhere), as one 64-bit load per lane: two 8-lane gathers, then
+    // the words taken apart.
+    template <bool all>
+    static void GatherPairs(M m, const unsigned char* base, I offset, I& first, I& second) {
+        const __m256i low = _mm512_castsi512_si256(offset), high = _mm512_extracti64x4_epi64(offset, 1);
+        __m512i a, b;
+        if constexpr (all) {
+            a = _mm512_i32gather_epi64(low, base, 1);
+            b = _mm512_i32gather_epi64(high, base, 1);
+        } else {
+            a = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m), low, base, 1);
+            b = _mm512_mask_i32gather_epi64(_mm512_setzero_si512(), static_cast<__mmask8>(m >> 8), high, base,
+                                            1);
+        }
+        const __m512i firsts = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+        first = _mm512_permutex2var_epi32(a, firsts, b);
+        second = _mm512_permutex2var_epi32(a, _mm512_add_epi32(firsts, _mm512_set1_epi32(1)), b);
+    }
 
     static void StoreU32(uint32_t* p, I v) { _mm512_storeu_si512(p, v); }
     static void StoreU16(uint16_t* p, I v) {
@@ -105,9 +132,23 @@ struct Ops {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm512_cvtepi32_epi8(_mm512_maskz_mov_epi32(m, _mm512_set1_epi32(1))));
     }
     static void StoreU16Masked(M m, uint16_t* p, I v) { _mm256_mask_storeu_epi16(p, m, _mm512_cvtepi32_epi16(v)); }
+    // The first n (1 .. 16) entries at p, 0 elsewhere; nothing past them is read.
+    static I LoadPrefixI(const uint32_t* p, int n) {
+        return _mm512_maskz_loadu_epi32(static_cast<__mmask16>((1u << n) - 1u), p);
+    }
+    static void StoreF(float* p, F v) { _mm512_storeu_ps(p, v); }
+    // Lane i takes lane (index_i mod 16) of v.
+    static I PermuteI(I v, I index) { return _mm512_permutexvar_epi32(index, v); }
 };
 
 #include "volume/kernels/lane_kernels.inc"
+#include "volume/kernels/slab_compositing_lanes.inc"
+#include "volume/kernels/curved_slab_lanes.inc"
+#include "volume/kernels/upscale_lanes.inc"
+#include "volume/kernels/cell_lanes.inc"
+#include "volume/kernels/masked_slice_lanes.inc"
+#include "volume/kernels/label_overlay_lanes.inc"
+#include "volume/kernels/float_grey_lanes.inc"
 
 }  // namespace
 
@@ -116,6 +157,13 @@ int SlabRow(const SlabRowJob& job) { return SlabRowLanes(job); }
 int CurvedRow(const CurvedRowJob& job) { return CurvedRowLanes(job); }
 int ContourInsideRow(const ContourRowJob& job) { return ContourInsideRowLanes(job); }
 int ContourSampleRow(const ContourRowJob& job) { return ContourSampleRowLanes(job); }
+int SlabCompositingRow(const SlabCompositingRowJob& job) { return SlabCompositingRowLanes(job); }
+int CurvedSlabRow(const CurvedSlabRowJob& job) { return CurvedSlabRowLanes(job); }
+int UpscaleTerms(const UpscaleTermsJob& job) { return UpscaleTermsLanes(job); }
+int UpscaleBlend(const UpscaleBlendJob& job) { return UpscaleBlendLanes(job); }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return MaskedSliceRowLanes(job); }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return LabelOverlayRowLanes(job); }
+int FloatGreyRow(const FloatGreyRowJob& job) { return FloatGreyRowLanes(job); }
 
 #pragma GCC diagnostic pop
 #pragma GCC pop_options
@@ -126,6 +174,13 @@ int SlabRow(const SlabRowJob&) { return 0; }
 int CurvedRow(const CurvedRowJob&) { return 0; }
 int ContourInsideRow(const ContourRowJob&) { return 0; }
 int ContourSampleRow(const ContourRowJob&) { return 0; }
+int SlabCompositingRow(const SlabCompositingRowJob&) { return 0; }
+int CurvedSlabRow(const CurvedSlabRowJob&) { return 0; }
+int UpscaleTerms(const UpscaleTermsJob&) { return 0; }
+int UpscaleBlend(const UpscaleBlendJob&) { return 0; }
+int MaskedSliceRow(const MaskedSliceRowJob& job) { return job.span.from; }
+int LabelOverlayRow(const LabelOverlayRowJob& job) { return job.span.from; }
+int FloatGreyRow(const FloatGreyRowJob& job) { return job.span.from; }
 #endif
 
 }  // namespace zrvolume::lanes_avx512

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "common/float_convert.h"
+#include "volume/kernels/family_lane_rows.h"
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slice_walk.h"
@@ -34,7 +35,34 @@ struct MaskedOtfSliceContext {
     const uint32_t* const* rows = nullptr;
     bool channelSwitch = false;
     SliceClipState clip;
+    // Vector path: taken when a vector target is active, nothing is clipped,
+    // both volumes' storage allows the lane reads and every row a label can
+    // pick lies within 32-bit entry offsets of row 0.
+    SimdTarget target = SimdTarget::Baseline;
+    bool useLanes = false;
+    MaskedSliceRowJob lanes;
+    int32_t rowOffsets[256] = {};
 };
+
+// How far ahead (in rows of the strip) the vector path prefetches voxel lines.
+constexpr int kPrefetchRows = 2;
+
+// Row r of the table as an entry offset from row 0, for each of the 256 rows
+// an 8-bit label can pick; false when one cannot be expressed so (then the
+// per-pixel path runs).
+bool RowOffsetsFromRow0(const uint32_t* const* rows, int32_t (&offsets)[256]) {
+    const auto first = reinterpret_cast<uintptr_t>(rows[0]);
+    for (int r = 0; r < 256; ++r) {
+        if (rows[r] == nullptr) return false;
+        const auto bytes = static_cast<int64_t>(reinterpret_cast<uintptr_t>(rows[r]) - first);
+        if (bytes % 4 != 0) return false;
+        const int64_t entries = bytes / 4;
+        // The index added to it is below 65536.
+        if (entries < INT32_MIN + 65536ll || entries > INT32_MAX - 65536ll) return false;
+        offsets[r] = static_cast<int32_t>(entries);
+    }
+    return true;
+}
 
 // The label of a pixel: a majority test by weight over the eight neighbours,
 // then a fixed priority from the far corner (z1, y1, x1) down to (z0, y0, x0).
@@ -68,12 +96,21 @@ inline uint32_t CompositedPixel(uint32_t entry, uint32_t base) {
     return channel(2) | (channel(1) << 8) | (channel(0) << 16) | 0xff000000u;
 }
 
+// Columns from .. to - 1 of row y.
 template <class T>
-void RenderMaskedOtfSliceRow(const MaskedOtfSliceContext<T>& c, int y) {
+void RenderMaskedOtfSliceSpan(const MaskedOtfSliceContext<T>& c, int y, int from, int to) {
     const SliceRow ends = RowEnds(c.corners, y, c.height);
     uint32_t* __restrict colourRow = c.colour + static_cast<ptrdiff_t>(y) * c.pitch;
     uint16_t* __restrict valueRow = c.value ? c.value + static_cast<ptrdiff_t>(y) * c.pitch : nullptr;
-    for (int x = 0; x < c.width; ++x) {
+    int x = from;
+    if (c.useLanes) {
+        // Whole lane groups first; the loop below draws the remaining pixels.
+        MaskedSliceRowJob job = c.lanes;
+        job.span = MakeSliceSpan(c.corners, c.width, c.height, y, from, to, kPrefetchRows, colourRow);
+        job.valueRow = valueRow;
+        x = MaskedSliceLanes(c.target, job);
+    }
+    for (; x < to; ++x) {
         const glm::vec3 p = PixelPoint(ends, x, c.width);
         if (Clipped(c.clip, p)) continue;
         const bool inside = InsideGrid(p, c.grid.dims);
@@ -137,8 +174,24 @@ bool RenderMaskedOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16
     c.rows = table.rows;
     c.channelSwitch = ChannelOrderSwitch(ChannelOrderFamily::MaskedOtfSlice);
     c.clip = clip;
+    c.target = ActiveSimdTarget();
+    if (c.target != SimdTarget::Baseline && !clip.clipBox && !clip.clipPlane &&
+        MakeLaneVolume(c.grid, c.lanes.volume) && MakeLaneVolume(c.mask, c.lanes.mask) &&
+        RowOffsetsFromRow0(c.rows, c.rowOffsets)) {
+        c.useLanes = true;
+        c.lanes.row0 = c.rows[0];
+        c.lanes.rowOffsets = c.rowOffsets;
+        c.lanes.channelSwitch = c.channelSwitch;
+    }
 
-    ParallelFor(0, c.height, [&c](int y) { RenderMaskedOtfSliceRow(c, y); });
+    if (c.useLanes) {
+        // Strips of 64 columns keep a row's voxel lines in cache for the next
+        // row, as in the single-table slice.
+        ParallelForStrips(c.width, c.height, 64,
+                          [&c](int y, int from, int to) { RenderMaskedOtfSliceSpan(c, y, from, to); });
+    } else {
+        ParallelFor(0, c.height, [&c](int y) { RenderMaskedOtfSliceSpan(c, y, 0, c.width); });
+    }
     return true;
 }
 

@@ -7,6 +7,7 @@
 #include "volume/kernels/otf_lookup.h"
 #include "volume/kernels/parallel_for.h"
 #include "volume/kernels/slab_compositing.h"
+#include "volume/kernels/slab_lane_rows.h"
 #include "volume/kernels/slab_layers.h"
 #include "volume/kernels/voxel_sampling.h"
 #include "volume/kernels/voxel_type.h"
@@ -69,6 +70,7 @@ struct SlabRun {
     SimdTarget simd = SimdTarget::Baseline;
     bool useLanes = false;
     SlabRowJob lanes;
+    SlabCompositingRowJob compositingLanes;
 };
 
 // How far ahead (in rows of the strip) the vector path prefetches voxel lines.
@@ -83,34 +85,30 @@ void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
     const float t = static_cast<float>(r) / static_cast<float>(run.height - 1);
     const glm::vec3 left = (1.0f - t) * g.topLeft + t * g.bottomLeft;
     const glm::vec3 right = (1.0f - t) * g.topRight + t * g.bottomRight;
-    const int middleLayer = (g.layerCount - 1) / 2;
-
     uint32_t* colourRow = run.target.colour + static_cast<ptrdiff_t>(r) * run.target.pitch;
     uint16_t* valueRow = run.target.values ? run.target.values + static_cast<ptrdiff_t>(r) * run.target.pitch : nullptr;
 
     int c = from;
-    if constexpr (R != Reduction::Compositing) {
-        if (run.useLanes) {
-            // Whole lane groups first; the loop below draws the remaining pixels.
-            SlabRowJob job = run.lanes;
-            job.from = from;
-            job.to = to;
-            for (int k = 0; k < 3; ++k) {
-                job.left[k] = left[k];
-                job.right[k] = right[k];
-            }
-            job.colourRow = colourRow;
-            job.valueRow = valueRow;
-            if (r + kPrefetchRows < run.height) {
-                const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(run.height - 1);
-                job.prefetch = true;
-                for (int k = 0; k < 3; ++k) {
-                    job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
-                    job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
-                }
-            }
-            c = SlabLanes(run.simd, job);
+    if (run.useLanes) {
+        // Whole lane groups first; the loop below draws the remaining pixels.
+        SlabRowJob job = run.lanes;
+        job.from = from;
+        job.to = to;
+        for (int k = 0; k < 3; ++k) {
+            job.left[k] = left[k];
+            job.right[k] = right[k];
         }
+        job.colourRow = colourRow;
+        job.valueRow = valueRow;
+        if (r + kPrefetchRows < run.height) {
+            const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(run.height - 1);
+            job.prefetch = true;
+            for (int k = 0; k < 3; ++k) {
+                job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
+                job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
+            }
+        }
+        c = SlabLanes(run.simd, job);
     }
     for (; c < to; ++c) {
         const float s = static_cast<float>(c) / static_cast<float>(run.width - 1);
@@ -121,8 +119,6 @@ void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
         float minimum = 3.4028235e38f;
         float sum = 0.0f;
         int count = 0;
-        float middleSample = 0.0f;
-        CompositeAccumulator acc;
 
         for (int m = 0; m < g.layerCount; ++m) {
             // A clipped layer is skipped without advancing the point: every later
@@ -137,14 +133,11 @@ void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
                 maximum = sample > maximum ? sample : maximum;
             } else if constexpr (R == Reduction::Minimum) {
                 minimum = sample < minimum ? sample : minimum;
-            } else if constexpr (R == Reduction::Average) {
+            } else {
                 if (sample > 0.0f) {  // empty space does not dilute the mean
                     sum += sample;
                     ++count;
                 }
-            } else {
-                CompositeLayer(run.shading, run.grid, run.otfRow, run.otfLength, x, sample, acc);
-                if (m == middleLayer) middleSample = sample;
             }
             x += g.layerStep;
         }
@@ -157,36 +150,127 @@ void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
             value = TruncateToInt32(maximum + 0.5f);
         } else if constexpr (R == Reduction::Minimum) {
             value = TruncateToInt32(minimum + 0.5f);
-        } else if constexpr (R == Reduction::Average) {
-            value = TruncateToInt32(sum / static_cast<float>(count));
         } else {
-            value = TruncateToInt32(middleSample + 0.5f);
+            value = TruncateToInt32(sum / static_cast<float>(count));
         }
         const uint16_t value16 = static_cast<uint16_t>(value);
         if (valueRow) valueRow[c] = value16;
+        // Direct index by the 16-bit value; the rows hold 65536 entries.
+        colourRow[c] = PremultipliedPixel(run.otfRow[value16], run.channelSwitch, covered);
+    }
+}
 
-        if constexpr (R == Reduction::Compositing) {
-            colourRow[c] = CompositedPixel(acc, run.channelSwitch, covered);
-        } else {
-            // Direct index by the 16-bit value; the rows hold 65536 entries.
-            colourRow[c] = PremultipliedPixel(run.otfRow[value16], run.channelSwitch, covered);
+// Columns from .. to - 1 of row r, shaded compositing (the planar member of
+// slab_compositing.h).
+template <class T>
+void CompositingSpan(const SlabRun<T>& run, int r, int from, int to) {
+    const SlabGeometry& g = run.geometry;
+    const float t = static_cast<float>(r) / static_cast<float>(run.height - 1);
+    const glm::vec3 left = (1.0f - t) * g.topLeft + t * g.bottomLeft;
+    const glm::vec3 right = (1.0f - t) * g.topRight + t * g.bottomRight;
+    const glm::vec3 toPlane = (0.5f * static_cast<float>(g.layerCount - 1)) * g.layerStep;
+
+    uint32_t* colourRow = run.target.colour + static_cast<ptrdiff_t>(r) * run.target.pitch;
+    uint16_t* valueRow = run.target.values ? run.target.values + static_cast<ptrdiff_t>(r) * run.target.pitch : nullptr;
+
+    int c = from;
+    if (run.useLanes) {
+        SlabCompositingRowJob job = run.compositingLanes;
+        job.row = r;
+        job.from = from;
+        job.to = to;
+        for (int k = 0; k < 3; ++k) {
+            job.left[k] = left[k];
+            job.right[k] = right[k];
         }
+        job.colourRow = colourRow;
+        job.valueRow = valueRow;
+        if (r + kPrefetchRows < run.height) {
+            const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(run.height - 1);
+            job.prefetch = true;
+            for (int k = 0; k < 3; ++k) {
+                job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
+                job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
+            }
+        }
+        c = SlabCompositingLanes(run.simd, job);
+    }
+    for (; c < to; ++c) {
+        const float s = static_cast<float>(c) / static_cast<float>(run.width - 1);
+        const glm::vec3 start = (1.0f - s) * left + s * right;
+
+        if (valueRow) {
+            // The rounded sample on the section plane.
+            const glm::vec3 p = start + toPlane;
+            float sample = 0.0f;
+            if (!(run.clipActive && Clipped(run.clip, p)) && InsideGrid(p, run.grid.dims))
+                sample = SampleTrilinear(run.grid, p);
+            valueRow[c] = static_cast<uint16_t>(TruncateToInt32(sample + 0.5f));
+        }
+
+        glm::vec3 x = start + PlanarLayerJitter(r, c) * g.layerStep;
+        bool covered = false;
+        CompositeAccumulator acc;
+        for (int m = 0; m < g.layerCount; ++m) {
+            // A clipped layer is skipped without advancing the point.
+            if (run.clipActive && Clipped(run.clip, x)) continue;
+            float sample = 0.0f;
+            if (InsideGrid(x, run.grid.dims)) {
+                sample = SampleTrilinear(run.grid, x);
+                covered = true;
+            }
+            CompositePlanarLayer(run.shading, run.grid, PlanarLayerEntry<T>(run.otfRow, sample), x, acc);
+            x += g.layerStep;
+            if (!(acc.opacity < kPlanarOpaqueEnough)) break;
+        }
+        colourRow[c] = CompositedPixel(acc, run.channelSwitch, covered);
     }
 }
 
 template <class T, Reduction R>
 void RunSlab(const SlabRun<T>& run) {
-    if (R != Reduction::Compositing && run.useLanes) {
+    const auto span = [&run](int r, int from, int to) {
+        if constexpr (R == Reduction::Compositing) {
+            CompositingSpan<T>(run, r, from, to);
+        } else {
+            SlabProjectionSpan<T, R>(run, r, from, to);
+        }
+    };
+    if (run.useLanes) {
         // Strips of up to 128 columns: a strip's row reads nearly the voxel
         // lines of the row before, still in the core's second-level cache,
         // while the prefetched lines of the rows below arrive. On 512-pixel
         // slabs 128 columns measured 15-25 % faster than 32 or 64; wider strips
         // gained nothing. Many threads get narrower strips, two each.
-        ParallelForStrips(run.width, run.height, BalancedStripWidth(run.width, 32, 128),
-                          [&run](int r, int from, int to) { SlabProjectionSpan<T, R>(run, r, from, to); });
+        ParallelForStrips(run.width, run.height, BalancedStripWidth(run.width, 32, 128), span);
     } else {
-        ParallelFor(0, run.height, [&run](int r) { SlabProjectionSpan<T, R>(run, r, 0, run.width); });
+        ParallelFor(0, run.height, [&](int r) { span(r, 0, run.width); });
     }
+}
+
+// The compositing lane record's fixed part: march, shading and table.
+template <class T>
+void SetCompositingLanes(SlabRun<T>& run) {
+    SlabCompositingRowJob& job = run.compositingLanes;
+    const SlabGeometry& g = run.geometry;
+    job.volume = run.lanes.volume;
+    const glm::vec3 toPlane = (0.5f * static_cast<float>(g.layerCount - 1)) * g.layerStep;
+    for (int k = 0; k < 3; ++k) {
+        job.step[k] = g.layerStep[k];
+        job.toPlane[k] = toPlane[k];
+        job.light[k] = run.shading.lightDirection[k];
+        for (int axis = 0; axis < 3; ++axis) job.gradientSteps[axis][k] = run.shading.gradientSteps[axis][k];
+    }
+    job.layers = g.layerCount;
+    job.width = run.width;
+    job.ambient = run.shading.ambient;
+    job.diffuse = run.shading.diffuse;
+    job.specular = run.shading.specular;
+    job.exponent = run.shading.exponent;
+    job.magnitudeWeighted = run.shading.magnitudeWeighted;
+    job.magnitudeScale = run.shading.magnitudeScale;
+    job.colour.table = run.otfRow;
+    job.colour.channelSwitch = run.channelSwitch;
 }
 
 template <class T>
@@ -220,6 +304,7 @@ bool RenderSlabProjectionRows(const SlabProjectionArgs& args, const OtfTable& ta
         case 1:
             run.shading = MakeCompositingShading(*args.volume, args.phongCoeffs, args.gradientMagnitude,
                                                  args.geometry.layerStep);
+            if (run.useLanes) SetCompositingLanes(run);
             RunSlab<T, Reduction::Compositing>(run);
             return true;
         case 10: RunSlab<T, Reduction::Maximum>(run); return true;

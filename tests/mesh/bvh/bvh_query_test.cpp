@@ -97,4 +97,38 @@ TEST(LeafCollection, ALeafRootIsTakenWithoutABoxTestAndAMissedChildIsNotEntered)
     }
 }
 
+// Walking the subtrees a few levels down one after another gives the leaves of
+// the whole walk in its order, on an unbalanced tree with leaves above the
+// stopping depth and a leaf root, for planes crossing some or all leaves.
+TEST(LeafCollection, SubtreesInTurnGiveTheWholeWalk) {
+    // Leaves along x; the tree's depth runs from 1 to 5.
+    zrbvh::BvhTree tree, leafRoot;
+    tree.root = Inner(Inner(Leaf(0, 1, 0, 1), Inner(Inner(Leaf(1, 2, 1, 3), Inner(Leaf(2, 3, 3, 4), Leaf(3, 4, 4, 6))),
+                                                   Leaf(4, 5, 6, 7))),
+                      Inner(Leaf(5, 6, 7, 9), Inner(Leaf(6, 7, 9, 10), Leaf(7, 8, 10, 12))));
+    leafRoot.root = Leaf(0, 1, 0, 3);
+    const glm::vec3 xAxis(1.0f, 0.0f, 0.0f), yAxis(0.0f, 1.0f, 0.0f);
+    for (const auto& [root, normal, d] : {std::tuple{&tree, xAxis, 3.0f}, {&tree, xAxis, 6.5f}, {&tree, yAxis, 0.5f},
+                                           {&tree, xAxis, 9.0f}, {&leafRoot, xAxis, 50.0f}}) {
+        std::vector<const BvhLeafNode*> whole;
+        int64_t wholeTriangles = 0;
+        zrbvh::CollectTreeLeaves(*root, normal, d, whole, wholeTriangles);
+        for (int depth = 0; depth <= 6; ++depth) {
+            std::vector<const BvhNode*> subtrees;
+            zrbvh::CollectCrossedSubtrees(*root, normal, d, depth, subtrees);
+            std::vector<const BvhLeafNode*> joined;
+            int64_t triangles = 0;
+            for (const BvhNode* subtree : subtrees) zrbvh::CollectCrossedLeaves(*subtree, normal, d, joined, triangles);
+            EXPECT_EQ(joined, whole) << "plane " << d << ", depth " << depth;
+            EXPECT_EQ(triangles, wholeTriangles);
+        }
+    }
+    EXPECT_GT([&] {
+        std::vector<const BvhLeafNode*> leaves;
+        int64_t triangles = 0;
+        zrbvh::CollectTreeLeaves(tree, yAxis, 0.5f, leaves, triangles);
+        return leaves.size();
+    }(), 7u);
+}
+
 }  // namespace
