@@ -112,8 +112,11 @@ ViewScene::ViewScene(const ViewSources& sources, zrio::PluginSession& plugin) : 
                                        glm::dvec3(d.x, -d.y, d.z), glm::dvec3(d.x, d.y, -d.z)})
         maxThickness_ = std::max(maxThickness_, glm::length(glm::dmat3(toWorld) * diagonal));
     const zrio::VolumeValues& v = volume_->values;
-    json values = {{"offset", v.offset}, {"isFloat", v.isFloat}, {"units", v.units},
-                   {"min", v.min},       {"max", v.max},         {"low", v.low}, {"high", v.high}};
+    // The 1st and 99th percentiles: the page's first window when neither the
+    // file nor a preset gives one (one pass over the voxels, once).
+    const glm::dvec2 percentiles = zrio::MeasurePercentiles(*volume_->volume, v.offset);
+    json values = {{"offset", v.offset}, {"isFloat", v.isFloat}, {"units", v.units}, {"min", v.min},
+                   {"max", v.max},       {"low", percentiles[0]},  {"high", percentiles[1]}};
     if (volume_->window) values["window"] = {volume_->window->x, volume_->window->y};
     // Window presets are Hounsfield units: offered for CT only, that is a
     // volume in HU, or one without units whose values run from air (about
