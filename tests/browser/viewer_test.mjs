@@ -12,7 +12,7 @@
 // pixels on its canvas (a thin slice and a maximum slab of 512 x 512) and
 // prints medians. Exit codes: 0 passed, 1 failed, 77 skipped (no browser).
 import { spawn, execFileSync } from 'node:child_process';
-import { existsSync, mkdirSync, readFileSync } from 'node:fs';
+import { existsSync, mkdirSync, readFileSync, rmSync } from 'node:fs';
 import { join, resolve } from 'node:path';
 import { createInterface } from 'node:readline';
 import { fileURLToPath } from 'node:url';
@@ -54,6 +54,7 @@ if (args.source === 'nifti') {
 // The plug-in: as given, else the one beside the program.
 const pluginArgs = args.plugin ? ['--plugin', args.plugin] : [];
 const saves = join(out, 'saves');
+rmSync(saves, { recursive: true, force: true });  // this run's saves only
 mkdirSync(saves, { recursive: true });
 
 // ---- the viewer process ----
