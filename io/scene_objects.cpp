@@ -119,11 +119,6 @@ std::vector<uint32_t> LabelEntries() {
     return entries;
 }
 
-// Window presets in Hounsfield units, for CT.
-struct WindowPreset {
-    const char* name;
-    double centre, width;
-};
 constexpr WindowPreset kHuWindows[] = {
     {"brain", 40.0, 80.0},   {"softTissue", 40.0, 400.0}, {"bone", 400.0, 1800.0},
     {"lung", -600.0, 1500.0}, {"ctAngio", 300.0, 600.0},  {"subdural", 75.0, 215.0},
@@ -233,6 +228,11 @@ std::vector<std::vector<uint32_t>> RowsOf(const json& source, const std::string&
 }
 
 }  // namespace
+
+const std::vector<WindowPreset>& HuWindowPresets() {
+    static const std::vector<WindowPreset> presets(std::begin(kHuWindows), std::end(kHuWindows));
+    return presets;
+}
 
 const std::vector<std::string>& TablePresetNames() {
     static const std::vector<std::string> names = [] {

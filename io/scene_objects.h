@@ -41,6 +41,14 @@ std::vector<std::vector<uint32_t>> TableRows(const nlohmann::json& source, const
 // descriptions throw std::invalid_argument naming `where`.
 zrobjects::ParamMap FloatWindowParams(const nlohmann::json& source, const std::string& where);
 
+// Window presets in Hounsfield units, for CT: the tables' "preset" names that
+// are plain windows, with their centre and width.
+struct WindowPreset {
+    const char* name;
+    double centre, width;
+};
+const std::vector<WindowPreset>& HuWindowPresets();
+
 // Names of the table presets and of the built-in shapes, for messages and docs.
 const std::vector<std::string>& TablePresetNames();
 

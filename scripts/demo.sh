@@ -11,3 +11,5 @@ out=${1:-out/demo}
 ./build/release/bin/zrslice demo -o "$out"
 echo "Demo pictures: $out/ (contact sheet: $out/contact-sheet.png, list: $out/index.md)"
 echo "Replay or edit one: ./build/release/bin/zrslice render $out/01-axial.json -o out/axial.png"
+echo "Explore in the browser: ./build/release/bin/zrslice view phantom    (then open the address it prints)"
+echo "  your own scan: ./build/release/bin/zrslice view ct.nii.gz [--labels seg.nii.gz] [--mesh skull.stl ...]"

@@ -6,6 +6,7 @@
 //   zrslice render REQUEST.json -o OUT.png   one request file
 //   zrslice info FILE [--series S] [--frame N]  what a volume or mesh file holds
 //   zrslice demo -o DIR                      the gallery, from the phantoms
+//   zrslice view FILE|FOLDER|phantom         the viewer, in a browser
 //
 // Exit codes: 0 done, 1 bad input (one line "zrslice: <file>: <what>" on
 // standard error), 2 usage.
@@ -24,6 +25,7 @@
 #include "io/input_error.h"
 #include "io/load_progress.h"
 #include "io/render_run.h"
+#include "view/view_command.h"
 
 namespace {
 
@@ -71,6 +73,20 @@ int main(int argc, char** argv) {
     demo->add_option("-o,--output", demoFolder, "folder for the pictures (default out/demo)");
     demo->add_option("--size", demoSize, "picture size in pixels (default 256)")->check(CLI::Range(16, 2048));
 
+    zrview::ViewOptions viewOptions;
+    auto* view = app.add_subcommand("view", "explore a volume in the browser: serves a local page rendered by the plug-in");
+    view->add_option("SOURCE", viewOptions.sources.volume,
+                     "volume file, DICOM folder, or \"phantom\" for the built-in head")
+        ->required();
+    view->add_option("--series", viewOptions.sources.series, "the DICOM series or part to show (see zrslice info)");
+    view->add_option("--mesh", viewOptions.sources.meshes, "mesh file to cut with every view (repeatable)");
+    view->add_option("--labels", viewOptions.sources.labels, "label volume on the same grid (mask or overlay)");
+    view->add_option("--port", viewOptions.port, "port to listen on (default 8765; 0: any free port)")
+        ->check(CLI::Range(0, 65535));
+    view->add_option("--host", viewOptions.host, "address to listen on (default 127.0.0.1, this machine only)");
+    view->add_option("--save-dir", viewOptions.saveFolder,
+                     "folder where \"Save request\" writes view-NNN.json and .png (default: here)");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -90,6 +106,10 @@ int main(int argc, char** argv) {
             return 0;
         }
         zrio::PluginSession session(plugin);
+        if (*view) {
+            viewOptions.quiet = quiet;
+            return zrview::RunViewer(viewOptions, session);
+        }
         if (*render) {
             const zrio::RequestFile file = zrio::ParseRequestFile(requestPath);
             auto progress = [&](size_t k, size_t n, const std::string& source) {
