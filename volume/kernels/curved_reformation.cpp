@@ -292,6 +292,23 @@ inline bool AffineRecord(const Matrix16& r) {
     return last[0] == 0.0f && last[1] == 0.0f && last[2] == 0.0f && last[3] == 1.0f;
 }
 
+// What the thin and the slab row jobs take alike from the column table and the
+// run: each column's top and bottom, which columns are used, the lateral
+// range, the voxel record and the table.
+template <class Job, class T>
+void PlaceColumns(Job& base, const CurvedRun<T>& run, const ColumnTable& table) {
+    base.top = table.Column(kTop);
+    base.bottom = table.Column(kBottom);
+    base.used = table.used.data();
+    base.centre = run.g.lateralCentre;
+    base.extent = run.g.lateralExtent;
+    for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
+    base.affine = AffineRecord(run.toVoxel);
+    base.length = run.otfLength;
+    base.colour.table = run.otfRow;
+    base.colour.channelSwitch = run.channelSwitch;
+}
+
 // The thin section row by row: the column frames are made once, then each row
 // draws whole lane groups of columns and the per-pixel code the rest. Same
 // pixels as the column order, with contiguous writes.
@@ -306,17 +323,8 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
         base.surface[k] = table.Column(kSurface + k);
         base.lateralStep[k] = table.Column(kLateral + k);
     }
-    base.top = table.Column(kTop);
-    base.bottom = table.Column(kBottom);
-    base.used = table.used.data();
-    base.centre = run.g.lateralCentre;
-    base.extent = run.g.lateralExtent;
-    for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
-    base.affine = AffineRecord(run.toVoxel);
+    PlaceColumns(base, run, table);
     base.width = width;
-    base.length = run.otfLength;
-    base.colour.table = run.otfRow;
-    base.colour.channelSwitch = run.channelSwitch;
 
     const float rows = static_cast<float>(run.height - 1);
     ParallelFor(0, run.height, [&](int j) {
@@ -386,22 +394,13 @@ void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
         base.lateralStep[k] = table.Column(kLateral + k);
         base.depth[k] = table.Column(kDepth + k);
     }
-    base.top = table.Column(kTop);
-    base.bottom = table.Column(kBottom);
-    base.used = table.used.data();
-    base.centre = run.g.lateralCentre;
-    base.extent = run.g.lateralExtent;
-    for (int k = 0; k < 16; ++k) base.toVoxel[k] = run.toVoxel.m[k];
-    base.affine = AffineRecord(run.toVoxel);
+    PlaceColumns(base, run, table);
     if (base.affine) base.interiorMargin = InteriorMargin(run, table);
     base.layers = run.g.lastLayer + 1;
     base.layerStep = run.g.layerStep;
     base.reduction = R == Reduction::Maximum   ? LaneReduction::Maximum
                      : R == Reduction::Minimum ? LaneReduction::Minimum
                                                : LaneReduction::Average;
-    base.length = run.otfLength;
-    base.colour.table = run.otfRow;
-    base.colour.channelSwitch = run.channelSwitch;
 
     const float rows = static_cast<float>(run.height - 1);
     ParallelForStrips(width, run.height, BalancedStripWidth(width, 32, 128), [&](int j, int from, int to) {

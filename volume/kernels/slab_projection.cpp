@@ -76,6 +76,29 @@ struct SlabRun {
 // How far ahead (in rows of the strip) the vector path prefetches voxel lines.
 constexpr int kPrefetchRows = 4;
 
+// A lane job's row: its columns and ends, the rows it writes, and the ends of
+// the row kPrefetchRows below, whose cells it prefetches (none past the last).
+template <class Job>
+void PlaceRowJob(Job& job, const SlabGeometry& g, int height, int r, int from, int to, const glm::vec3& left,
+                 const glm::vec3& right, uint32_t* colourRow, uint16_t* valueRow) {
+    job.from = from;
+    job.to = to;
+    for (int k = 0; k < 3; ++k) {
+        job.left[k] = left[k];
+        job.right[k] = right[k];
+    }
+    job.colourRow = colourRow;
+    job.valueRow = valueRow;
+    if (r + kPrefetchRows < height) {
+        const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(height - 1);
+        job.prefetch = true;
+        for (int k = 0; k < 3; ++k) {
+            job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
+            job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
+        }
+    }
+}
+
 // Columns from .. to - 1 of row r.
 template <class T, Reduction R>
 void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
@@ -92,22 +115,7 @@ void SlabProjectionSpan(const SlabRun<T>& run, int r, int from, int to) {
     if (run.useLanes) {
         // Whole lane groups first; the loop below draws the remaining pixels.
         SlabRowJob job = run.lanes;
-        job.from = from;
-        job.to = to;
-        for (int k = 0; k < 3; ++k) {
-            job.left[k] = left[k];
-            job.right[k] = right[k];
-        }
-        job.colourRow = colourRow;
-        job.valueRow = valueRow;
-        if (r + kPrefetchRows < run.height) {
-            const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(run.height - 1);
-            job.prefetch = true;
-            for (int k = 0; k < 3; ++k) {
-                job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
-                job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
-            }
-        }
+        PlaceRowJob(job, g, run.height, r, from, to, left, right, colourRow, valueRow);
         c = SlabLanes(run.simd, job);
     }
     for (; c < to; ++c) {
@@ -177,22 +185,7 @@ void CompositingSpan(const SlabRun<T>& run, int r, int from, int to) {
     if (run.useLanes) {
         SlabCompositingRowJob job = run.compositingLanes;
         job.row = r;
-        job.from = from;
-        job.to = to;
-        for (int k = 0; k < 3; ++k) {
-            job.left[k] = left[k];
-            job.right[k] = right[k];
-        }
-        job.colourRow = colourRow;
-        job.valueRow = valueRow;
-        if (r + kPrefetchRows < run.height) {
-            const float ta = static_cast<float>(r + kPrefetchRows) / static_cast<float>(run.height - 1);
-            job.prefetch = true;
-            for (int k = 0; k < 3; ++k) {
-                job.prefetchLeft[k] = (1.0f - ta) * g.topLeft[k] + ta * g.bottomLeft[k];
-                job.prefetchRight[k] = (1.0f - ta) * g.topRight[k] + ta * g.bottomRight[k];
-            }
-        }
+        PlaceRowJob(job, g, run.height, r, from, to, left, right, colourRow, valueRow);
         c = SlabCompositingLanes(run.simd, job);
     }
     for (; c < to; ++c) {
