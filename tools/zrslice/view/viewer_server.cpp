@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <optional>
 
 #include "io/input_error.h"
@@ -41,6 +42,32 @@ std::optional<json> DocumentOf(const httplib::Request& req, httplib::Response& r
         Answer(res, 400, std::string("request: the body is not JSON: ") + e.what());
         return std::nullopt;
     }
+}
+
+// The document checked as the viewer serves it, or nullopt with the answer
+// saying why already given.
+std::optional<zrio::RequestFile> Checked(ViewScene& scene, const json& document, httplib::Response& res) {
+    try {
+        return scene.Check(document);
+    } catch (const zrio::InputError& e) {
+        Answer(res, 400, e.Line());
+        return std::nullopt;
+    }
+}
+
+// `work` for the render thread, its failure kept in `failure` as the line a
+// user reads ("<what>: ..." when the error names no file or field).
+template <class Work>
+std::function<void()> Guarded(const char* what, std::string& failure, Work work) {
+    return [what, &failure, work] {
+        try {
+            work();
+        } catch (const zrio::InputError& e) {
+            failure = e.Line();
+        } catch (const std::exception& e) {
+            failure = std::string(what) + ": " + e.what();
+        }
+    };
 }
 
 std::optional<double> Coordinate(const httplib::Request& req, const char* name) {
@@ -129,24 +156,11 @@ void ViewerServer::Route() {
         if (!named)
             return Answer(res, 400, "frame: name the view as ?view= with 1 to 16 letters, digits or '-'");
         const std::optional<json> document = DocumentOf(req, res);
-        if (!document) return;
-        std::optional<zrio::RequestFile> file;
-        try {
-            file = scene_.Check(*document);
-        } catch (const zrio::InputError& e) {
-            return Answer(res, 400, e.Line());
-        }
+        const std::optional<zrio::RequestFile> file = document ? Checked(scene_, *document, res) : std::nullopt;
+        if (!file) return;
         Frame frame;
         std::string failure;
-        const bool drawn = worker_.Run(view, [&] {
-            try {
-                frame = scene_.Render(*file);
-            } catch (const zrio::InputError& e) {
-                failure = e.Line();
-            } catch (const std::exception& e) {
-                failure = std::string("request: ") + e.what();
-            }
-        });
+        const bool drawn = worker_.Run(view, Guarded("request", failure, [&] { frame = scene_.Render(*file); }));
         if (!drawn) return Answer(res, 409, "frame: a newer frame of view " + view + " took this one's place");
         if (!failure.empty()) return Answer(res, 400, failure);
         const zrio::RgbaImage& picture = frame.output.picture;
@@ -164,24 +178,12 @@ void ViewerServer::Route() {
         const auto x = Coordinate(req, "x"), y = Coordinate(req, "y");
         if (!x || !y) return Answer(res, 400, "pick: give the pixel as numbers x and y");
         const std::optional<json> document = DocumentOf(req, res);
-        if (!document) return;
-        std::optional<zrio::RequestFile> file;
-        try {
-            file = scene_.Check(*document);
-        } catch (const zrio::InputError& e) {
-            return Answer(res, 400, e.Line());
-        }
+        const std::optional<zrio::RequestFile> file = document ? Checked(scene_, *document, res) : std::nullopt;
+        if (!file) return;
         std::optional<zrio::SlabPick> pick;
         std::string failure;
-        const bool done = worker_.Run("pick", [&] {
-            try {
-                pick = scene_.Pick(*file, {*x, *y});
-            } catch (const zrio::InputError& e) {
-                failure = e.Line();
-            } catch (const std::exception& e) {
-                failure = std::string("pick: ") + e.what();
-            }
-        });
+        const bool done =
+            worker_.Run("pick", Guarded("pick", failure, [&] { pick = scene_.Pick(*file, {*x, *y}); }));
         if (!done) return Answer(res, 409, "pick: a newer pick took this one's place");
         if (!failure.empty()) return Answer(res, 400, failure);
         json answer = {{"found", pick.has_value()}};
@@ -196,20 +198,14 @@ void ViewerServer::Route() {
 
     http_->Post("/api/save", [this](const httplib::Request& req, httplib::Response& res) {
         const std::optional<json> document = DocumentOf(req, res);
-        if (!document) return;
-        std::optional<zrio::RequestFile> file;
-        try {
-            file = scene_.Check(*document);
-        } catch (const zrio::InputError& e) {
-            return Answer(res, 400, e.Line());
-        }
+        const std::optional<zrio::RequestFile> file = document ? Checked(scene_, *document, res) : std::nullopt;
+        if (!file) return;
         // Saves run on the render thread too: the picture is the module's, and
         // the names are chosen there one save at a time.
         json answer;
         std::string failure;
         static std::atomic<unsigned> saves{0};
-        const bool done = worker_.Run("save-" + std::to_string(saves++), [&] {
-            try {
+        const bool done = worker_.Run("save-" + std::to_string(saves++), Guarded("save", failure, [&] {
                 const Frame frame = scene_.Render(*file);
                 std::error_code ec;
                 fs::create_directories(saveFolder_, ec);
@@ -224,12 +220,7 @@ void ViewerServer::Route() {
                 }
                 answer = {{"request", request.string()}, {"picture", picture.string()},
                           {"replay", "zrslice render " + request.string() + " -o OUT.png"}};
-            } catch (const zrio::InputError& e) {
-                failure = e.Line();
-            } catch (const std::exception& e) {
-                failure = std::string("save: ") + e.what();
-            }
-        });
+        }));
         if (!done) return Answer(res, 503, "save: the viewer is stopping");
         if (!failure.empty()) return Answer(res, 400, failure);
         AnswerJson(res, answer);
