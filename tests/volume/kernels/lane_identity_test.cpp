@@ -420,6 +420,32 @@ TYPED_TEST(LaneIdentityTest, SlabCompositingMatchesScalarForm) {
     }
 }
 
+// An arc through the volume, partly outside it, in voxel coordinates: the
+// centre line of the curved tests (the args point into it, so it outlives them).
+struct CurvedArc {
+    std::vector<glm::vec3> points, ups, tangents;
+    CurvedArc() {
+        for (int i = 0; i < 23; ++i) {
+            const float t = -1.2f + 2.4f * static_cast<float>(i) / 22.0f;
+            points.emplace_back(18.0f + 21.0f * std::sin(t), 14.0f + 12.0f * std::cos(t), 11.0f + 4.0f * t);
+            tangents.emplace_back(21.0f * std::cos(t), -12.0f * std::sin(t), 4.0f);
+            ups.emplace_back(0.1f * t, 0.2f, 1.0f);
+        }
+    }
+};
+
+// The whole curved view of `arc`, 30 mm high, 1.5 mm either side, drawn into
+// colour buffer 0.
+zrvolume::CurvedReformationArgs ArcView(const CurvedArc& arc, zrobjects::ZrVObjectVolume& volume,
+                                        zrobjects::ZrObject& table, zrobjects::ZrIObject& image) {
+    zrvolume::CurvedReformationArgs args = thicktest::CurvedArgs(volume, table, image, arc.points, arc.ups, arc.tangents);
+    args.colourIndex = 0;
+    args.planeHeight = 30.0f;
+    thicktest::WholeCurvedView(args);
+    args.halfThickness = 1.5f;
+    return args;
+}
+
 // Curved slab maximum, minimum and average along an arc that leaves the
 // volume, on either side, through an affine and a projective record; and with
 // a clip plane, where skipped layers are not counted (the per-pixel path).
@@ -428,19 +454,8 @@ TYPED_TEST(LaneIdentityTest, CurvedSlabReductionsMatchScalarForm) {
     auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
     auto table = DistinctTable(1000);
     auto image = slicetest::MakeImage(kWidth, kHeight);
-    std::vector<glm::vec3> points, ups, tangents;
-    for (int i = 0; i < 23; ++i) {
-        const float t = -1.2f + 2.4f * static_cast<float>(i) / 22.0f;
-        points.emplace_back(18.0f + 21.0f * std::sin(t), 14.0f + 12.0f * std::cos(t), 11.0f + 4.0f * t);
-        tangents.emplace_back(21.0f * std::cos(t), -12.0f * std::sin(t), 4.0f);
-        ups.emplace_back(0.1f * t, 0.2f, 1.0f);
-    }
-    zrvolume::CurvedReformationArgs args =
-        thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
-    args.colourIndex = 0;
-    args.planeHeight = 30.0f;
-    thicktest::WholeCurvedView(args);
-    args.halfThickness = 1.5f;
+    CurvedArc arc;
+    zrvolume::CurvedReformationArgs args = ArcView(arc, *volume, *table, *image);
     args.thickness = 7.0f;  // 11 layers 0.65 mm apart
     args.layerStep = 0.65f;
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
@@ -476,20 +491,8 @@ TYPED_TEST(LaneIdentityTest, ThinCurvedSectionMatchesScalarForm) {
     auto volume = slicetest::MakeVolumeFrom<T>(kDims, VoxelValue<T>);
     auto table = DistinctTable(1000);
     auto image = slicetest::MakeImage(kWidth, kHeight);
-    // An arc through the volume, partly outside it, in voxel coordinates.
-    std::vector<glm::vec3> points, ups, tangents;
-    for (int i = 0; i < 23; ++i) {
-        const float t = -1.2f + 2.4f * static_cast<float>(i) / 22.0f;
-        points.emplace_back(18.0f + 21.0f * std::sin(t), 14.0f + 12.0f * std::cos(t), 11.0f + 4.0f * t);
-        tangents.emplace_back(21.0f * std::cos(t), -12.0f * std::sin(t), 4.0f);
-        ups.emplace_back(0.1f * t, 0.2f, 1.0f);
-    }
-    zrvolume::CurvedReformationArgs args =
-        thicktest::CurvedArgs(*volume, *table, *image, points, ups, tangents);
-    args.colourIndex = 0;
-    args.planeHeight = 30.0f;
-    thicktest::WholeCurvedView(args);
-    args.halfThickness = 1.5f;
+    CurvedArc arc;
+    zrvolume::CurvedReformationArgs args = ArcView(arc, *volume, *table, *image);
     const zrvolume::CurvedSectionGeometry geometry = zrvolume::MakeCurvedSectionGeometry(args);
     const auto grid = zrvolume::MakeVoxelGrid<T>(*volume->GetVolumeData());
     // The fixture's affine record (the lanes skip the division by w) and a
