@@ -151,14 +151,8 @@ bool RenderLabelOverlaySliceRows(zrobjects::ZrVObjectVolume& labelVolume, const 
         c.lanes.backgroundEntry = c.backgroundEntry;
     }
 
-    if (c.useLanes) {
-        // Strips of 64 columns keep a row's voxel lines in cache for the next
-        // row, as in the single-table slice.
-        ParallelForStrips(c.width, c.height, 64,
-                          [&c](int y, int from, int to) { RenderLabelOverlaySpan(c, y, from, to); });
-    } else {
-        ParallelFor(0, c.height, [&c](int y) { RenderLabelOverlaySpan(c, y, 0, c.width); });
-    }
+    ParallelSliceSpans(c.useLanes, c.width, c.height,
+                       [&c](int y, int from, int to) { RenderLabelOverlaySpan(c, y, from, to); });
     return true;
 }
 

@@ -133,13 +133,8 @@ bool RenderOtfSliceRows(zrobjects::ZrVObjectVolume& volume, const Matrix16& plan
         c.lanes.colour.channelSwitch = c.channelSwitch;
     }
 
-    if (c.useLanes) {
-        // Strips of 64 columns: a strip's row reads about 5 KB of voxel lines,
-        // which the next row mostly reads again from the first-level cache.
-        ParallelForStrips(c.width, c.height, 64, [&c](int y, int from, int to) { RenderOtfSliceSpan(c, y, from, to); });
-    } else {
-        ParallelFor(0, c.height, [&c](int y) { RenderOtfSliceSpan(c, y, 0, c.width); });
-    }
+    ParallelSliceSpans(c.useLanes, c.width, c.height,
+                       [&c](int y, int from, int to) { RenderOtfSliceSpan(c, y, from, to); });
     return true;
 }
 

@@ -40,6 +40,17 @@ void ParallelForStrips(int width, int height, int stripWidth, const Body& body) 
     });
 }
 
+// The thin slices' spans: in strips of 64 columns on the vector path (a
+// strip's row reads about 5 KB of voxel lines, which the next row mostly reads
+// again from the first-level cache), whole rows on the per-pixel path.
+template <class Span>
+void ParallelSliceSpans(bool strips, int width, int height, const Span& span) {
+    if (strips)
+        ParallelForStrips(width, height, 64, span);
+    else
+        ParallelFor(0, height, [&](int y) { span(y, 0, width); });
+}
+
 // A strip width between `narrowest` and `widest` columns (multiples of 16, the
 // widest lane group) that still gives every thread two strips of `width`
 // columns where it can, so that strips of unequal cost even out.
