@@ -14,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <thread>
@@ -346,6 +347,35 @@ TEST_F(Viewer, AStalledClientHoldsNoRenderSlot) {
 TEST_F(Viewer, ASecondViewerOnTheSamePortIsRefused) {
     ViewerServer second(*scene_, saves_->Path());
     EXPECT_THROW(second.Bind("127.0.0.1", port_), zrio::InputError);
+}
+
+// Ctrl-C can come at any moment, even before the server listens: a stop
+// before Serve makes Serve return at once, and a stop while Serve is starting
+// still ends it (the library's own stop reaches only a listening server).
+TEST_F(Viewer, AStopAtAnyMomentEndsServing) {
+    const auto endsWithin = [](std::future<void>& served) {
+        return served.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    };
+    {
+        ViewerServer early(*scene_, saves_->Path());
+        early.Bind("127.0.0.1", 0);
+        early.Stop();
+        std::future<void> served = std::async(std::launch::async, [&] { early.Serve(); });
+        if (!endsWithin(served)) {
+            ADD_FAILURE() << "a stop before serving did not end it";
+            std::_Exit(1);  // the serving thread cannot be joined
+        }
+    }
+    for (int round = 0; round < 20; ++round) {
+        ViewerServer racing(*scene_, saves_->Path());
+        racing.Bind("127.0.0.1", 0);
+        std::future<void> served = std::async(std::launch::async, [&] { racing.Serve(); });
+        racing.Stop();
+        if (!endsWithin(served)) {
+            ADD_FAILURE() << "a stop while serving started did not end it (round " << round << ")";
+            std::_Exit(1);
+        }
+    }
 }
 
 TEST(FrameWorker, ANewerFrameOfAViewReplacesTheOneWaiting) {

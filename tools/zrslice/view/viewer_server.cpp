@@ -4,10 +4,12 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <chrono>
 #include <atomic>
 #include <cmath>
 #include <functional>
 #include <optional>
+#include <thread>
 
 #include "io/input_error.h"
 #include "page_assets.h"
@@ -121,9 +123,21 @@ int ViewerServer::Bind(const std::string& host, int port) {
     return bound;
 }
 
-void ViewerServer::Serve() { http_->listen_after_bind(); }
+void ViewerServer::Serve() {
+    serving_ = true;
+    if (!stopRequested_) http_->listen_after_bind();
+    serving_ = false;
+}
 
-void ViewerServer::Stop() { http_->stop(); }
+// The library's stop reaches only a server that is already listening; a stop
+// that comes while Serve is on its way there waits for it, and one that comes
+// before Serve makes Serve return at once. (Each side writes its flag before it
+// reads the other's, so at least one of them sees the other.)
+void ViewerServer::Stop() {
+    stopRequested_ = true;
+    while (serving_ && !http_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    http_->stop();
+}
 
 void ViewerServer::Route() {
     http_->Get(R"(/[a-z.]*)", [](const httplib::Request& req, httplib::Response& res) {

@@ -21,6 +21,7 @@
 //                                server chooses; answers with those names
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -44,7 +45,7 @@ public:
     // Binds to `host`:`port` (0: any free port) and returns the port. Throws
     // zrio::InputError when the address cannot be had.
     int Bind(const std::string& host, int port);
-    // Answers requests until Stop (from any thread).
+    // Answers requests until Stop (from any thread, before or while serving).
     void Serve();
     void Stop();
 
@@ -55,6 +56,8 @@ private:
     std::filesystem::path saveFolder_;
     FrameWorker worker_;  // outlives the server's handler threads
     std::unique_ptr<httplib::Server> http_;
+    std::atomic<bool> serving_{false};
+    std::atomic<bool> stopRequested_{false};
 };
 
 }  // namespace zrview
