@@ -309,6 +309,24 @@ void PlaceColumns(Job& base, const CurvedRun<T>& run, const ColumnTable& table) 
     base.colour.channelSwitch = run.channelSwitch;
 }
 
+// A row job's row j: the weights of the top and bottom coordinates (H = 1
+// gives not-a-number and skips every pixel), those of the row `ahead` rows
+// down whose cells are prefetched (none past the last), and the rows written.
+template <class Job, class T>
+void PlaceCurvedRow(Job& job, const CurvedRun<T>& run, int j, int ahead) {
+    const float rows = static_cast<float>(run.height - 1);
+    job.a = static_cast<float>(run.height - 1 - j) / rows;
+    job.b = static_cast<float>(j) / rows;
+    if (j + ahead < run.height) {
+        job.prefetch = true;
+        job.prefetchA = static_cast<float>(run.height - 1 - j - ahead) / rows;
+        job.prefetchB = static_cast<float>(j + ahead) / rows;
+    }
+    const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
+    job.colourRow = run.target.colour + rowStart;
+    job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;
+}
+
 // The thin section row by row: the column frames are made once, then each row
 // draws whole lane groups of columns and the per-pixel code the rest. Same
 // pixels as the column order, with contiguous writes.
@@ -326,23 +344,10 @@ void RunThinRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
     PlaceColumns(base, run, table);
     base.width = width;
 
-    const float rows = static_cast<float>(run.height - 1);
     ParallelFor(0, run.height, [&](int j) {
-        // The row's weights of the top and bottom coordinates; H = 1 gives
-        // not-a-number and skips every pixel.
-        const float a = static_cast<float>(run.height - 1 - j) / rows;
-        const float b = static_cast<float>(j) / rows;
         CurvedRowJob job = base;
-        job.a = a;
-        job.b = b;
-        if (j + kPrefetchRows < run.height) {
-            job.prefetch = true;
-            job.prefetchA = static_cast<float>(run.height - 1 - j - kPrefetchRows) / rows;
-            job.prefetchB = static_cast<float>(j + kPrefetchRows) / rows;
-        }
-        const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
-        job.colourRow = run.target.colour + rowStart;
-        job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;
+        PlaceCurvedRow(job, run, j, kPrefetchRows);
+        const float a = job.a, b = job.b;
         for (int i = CurvedLanes(target, job); i < width; ++i) {
             const ColumnFrame& frame = table.frames[static_cast<size_t>(i)];
             if (frame.used) ThinPixel(run, frame, i, j, a, b);
@@ -402,21 +407,11 @@ void RunSlabRows(const CurvedRun<T>& run, SimdTarget target, const LaneVolume& v
                      : R == Reduction::Minimum ? LaneReduction::Minimum
                                                : LaneReduction::Average;
 
-    const float rows = static_cast<float>(run.height - 1);
     ParallelForStrips(width, run.height, BalancedStripWidth(width, 32, 128), [&](int j, int from, int to) {
         CurvedSlabRowJob job = base;
         job.from = from;
         job.to = to;
-        job.a = static_cast<float>(run.height - 1 - j) / rows;
-        job.b = static_cast<float>(j) / rows;
-        if (j + kSlabPrefetchRows < run.height) {
-            job.prefetch = true;
-            job.prefetchA = static_cast<float>(run.height - 1 - j - kSlabPrefetchRows) / rows;
-            job.prefetchB = static_cast<float>(j + kSlabPrefetchRows) / rows;
-        }
-        const size_t rowStart = static_cast<size_t>(j) * static_cast<size_t>(run.target.pitch);
-        job.colourRow = run.target.colour + rowStart;
-        job.valueRow = run.target.values ? run.target.values + rowStart : nullptr;
+        PlaceCurvedRow(job, run, j, kSlabPrefetchRows);
         for (int i = CurvedSlabLanes(target, job); i < to; ++i) {
             const ColumnFrame& frame = table.frames[static_cast<size_t>(i)];
             if (frame.used) SlabPixel<T, R>(run, frame, i, j);
